@@ -1,0 +1,277 @@
+/* dk_dict.c - the string dictionary of Part 1.2: hash, sorted buckets, interning and trimming. */
+#include "dk_dict.h"
+
+#include <string.h>
+
+#include "dk_alloc.h"
+
+/* Sign extension of the byte in bits 0 to 7, written out so it does not depend on char's sign. */
+static uint32_t dk_sdExtend(uint32_t byte)
+{
+    return (byte & 0x80u) != 0 ? (byte | 0xFFFFFF00u) : byte;
+}
+
+uint32_t dk_sdHashValue(const char *text)
+{
+    const unsigned char *bytes = (const unsigned char *)text;
+    uint32_t h = 0;
+    uint32_t i;
+    for (i = 0; bytes[i] != '\0'; i++) {
+        uint32_t v = dk_sdExtend(bytes[i]) << (i & 7u);
+        uint32_t b = (v & 0xFFu) | ((v >> 8) & 0xFFu);
+        if ((i & 1u) == 0)
+            h ^= dk_sdExtend(b);
+        else
+            h ^= b << 8;
+    }
+    return h;
+}
+
+uint32_t dk_sdHash(const dk_sdDictionary *dictionary, const char *text)
+{
+    return dk_sdHashValue(text) % dictionary->bucketCount;
+}
+
+NAVO_API int32_t NAVO_CALL dk_sdStrCmp(const char *left, const char *right)
+{
+    const unsigned char *l = (const unsigned char *)left;
+    const unsigned char *r = (const unsigned char *)right;
+    for (;; l++, r++) {
+        /* Signed bytes: 0x80 to 0xFF sort below the terminator; a to z fold to upper case. */
+        int a = *l >= 0x80 ? *l - 256 : *l;
+        int b = *r >= 0x80 ? *r - 256 : *r;
+        if (a >= 0x61 && a <= 0x7A)
+            a -= 32;
+        if (b >= 0x61 && b <= 0x7A)
+            b -= 32;
+        if (a < b)
+            return -1;
+        if (a > b)
+            return 1;
+        if (a == 0)
+            return 0;
+    }
+}
+
+NAVO_API int32_t NAVO_CALL dk_sdInit(dk_sdDictionary **out, uint32_t bucketCount)
+{
+    dk_sdDictionary *dictionary = dk_mem_zalloc(sizeof *dictionary);
+    *out = dictionary;
+    if (dictionary == NULL)
+        return 0;
+    /* No bucket could hold a string: refused like a failed bucket allocation. */
+    if (bucketCount == 0)
+        return 0;
+    dictionary->buckets = dk_mem_zalloc((size_t)bucketCount * sizeof(dk_sdBucket));
+    if (dictionary->buckets == NULL)
+        return 0;
+    dictionary->bucketCount = bucketCount;
+    return 1;
+}
+
+NAVO_API int32_t NAVO_CALL dk_sdDestroy(dk_sdDictionary **pointer)
+{
+    dk_sdDictionary *dictionary = pointer != NULL ? *pointer : NULL;
+    int32_t i;
+    uint32_t b;
+    if (dictionary == NULL)
+        return 1;
+    for (i = 0; i < dictionary->count; i++)
+        dk_mem_free(dictionary->strings[i]);
+    dk_mem_free(dictionary->strings);
+    if (dictionary->buckets != NULL) {
+        for (b = 0; b < dictionary->bucketCount; b++)
+            dk_mem_free(dictionary->buckets[b].ids);
+    }
+    dk_mem_free(dictionary->buckets);
+    dk_mem_free(dictionary);
+    *pointer = NULL;
+    return 1;
+}
+
+static int32_t dk_sdMatch(const dk_sdDictionary *dictionary, int32_t id, const char *text)
+{
+    return dk_sdStrCmp(text, dictionary->strings[id]);
+}
+
+NAVO_API int32_t NAVO_CALL dk_sdGetID(dk_sdDictionary *dictionary, const char *text, int32_t *out)
+{
+    const dk_sdBucket *bucket;
+    int32_t i;
+    if (dictionary == NULL || dictionary->buckets == NULL)
+        return 0;
+    bucket = &dictionary->buckets[dk_sdHash(dictionary, text)];
+    *out = -1;
+    if (bucket->count == 0)
+        return 0;
+    if (bucket->count < DK_SD_BINARY_SEARCH_FROM) {
+        for (i = 0; i < bucket->count; i++) {
+            if (dk_sdMatch(dictionary, bucket->ids[i], text) == 0) {
+                *out = bucket->ids[i];
+                return 1;
+            }
+        }
+        return 0;
+    }
+    {
+        /* The bounds move onto middle, not past it, and the end game checks both. */
+        int32_t low = 0;
+        int32_t high = bucket->count - 1;
+        while (high - low >= 2) {
+            int32_t middle = (low + high) / 2;
+            int32_t order = dk_sdMatch(dictionary, bucket->ids[middle], text);
+            if (order == 0) {
+                *out = bucket->ids[middle];
+                return 1;
+            }
+            if (order < 0)
+                high = middle;
+            else
+                low = middle;
+        }
+        if (dk_sdMatch(dictionary, bucket->ids[low], text) == 0) {
+            *out = bucket->ids[low];
+            return 1;
+        }
+        if (dk_sdMatch(dictionary, bucket->ids[high], text) == 0) {
+            *out = bucket->ids[high];
+            return 1;
+        }
+    }
+    return 0;
+}
+
+/* Lowest free slot, or -1 when every slot holds a string. */
+static int32_t dk_sdFreeSlot(const dk_sdDictionary *dictionary)
+{
+    int32_t i;
+    for (i = 0; i < dictionary->count; i++) {
+        if (dictionary->strings[i] == NULL)
+            return i;
+    }
+    return -1;
+}
+
+NAVO_API int32_t NAVO_CALL dk_sdAddStr(dk_sdDictionary *dictionary, const char *text)
+{
+    dk_sdBucket *bucket;
+    char *copy;
+    int32_t slot;
+    int32_t id;
+    int32_t position;
+    int32_t *ids;
+    int grew = 0;
+    int ok;
+    if (dictionary == NULL || dictionary->buckets == NULL)
+        return 0;
+    if (dk_sdGetID(dictionary, text, &id))
+        return 1;
+    /* Every fallible step comes before the first change that would need undoing with memory. */
+    copy = dk_mem_strdup(text);
+    if (copy == NULL)
+        return 0;
+    slot = dk_sdFreeSlot(dictionary);
+    if (slot < 0) {
+        char **strings = dk_mem_resize_array(dictionary->strings, (size_t)dictionary->count + 1, sizeof(char *), &ok);
+        if (!ok) {
+            dk_mem_free(copy);
+            return 0;
+        }
+        dictionary->strings = strings;
+        slot = dictionary->count;
+        dictionary->strings[slot] = NULL;
+        dictionary->count++;
+        grew = 1;
+    }
+    bucket = &dictionary->buckets[dk_sdHash(dictionary, text)];
+    ids = dk_mem_resize_array(bucket->ids, (size_t)bucket->count + 1, sizeof(int32_t), &ok);
+    if (!ok) {
+        dk_mem_free(copy);
+        if (grew) {
+            /* Give the new slot back; if even the shrink fails it stays as a free slot. */
+            char **strings = dk_mem_resize_array(dictionary->strings, (size_t)dictionary->count - 1,
+                                                 sizeof(char *), &ok);
+            if (ok) {
+                dictionary->strings = strings;
+                dictionary->count--;
+            }
+        }
+        return 0;
+    }
+    bucket->ids = ids;
+    dictionary->strings[slot] = copy;
+    position = bucket->count;
+    for (id = 0; id < bucket->count; id++) {
+        if (dk_sdStrCmp(dictionary->strings[bucket->ids[id]], text) > 0) {
+            position = id;
+            break;
+        }
+    }
+    memmove(&bucket->ids[position + 1], &bucket->ids[position],
+            (size_t)(bucket->count - position) * sizeof(int32_t));
+    bucket->ids[position] = slot;
+    bucket->count++;
+    return 1;
+}
+
+NAVO_API int32_t NAVO_CALL dk_sdDelStr(dk_sdDictionary *dictionary, const char *text)
+{
+    dk_sdBucket *bucket;
+    int32_t id;
+    int32_t position;
+    int ok;
+    if (dictionary == NULL || dictionary->buckets == NULL)
+        return 0;
+    bucket = &dictionary->buckets[dk_sdHash(dictionary, text)];
+    if (!dk_sdGetID(dictionary, text, &id))
+        return 0;
+    dk_mem_free(dictionary->strings[id]);
+    dictionary->strings[id] = NULL;
+    for (position = 0; bucket->ids[position] != id; position++)
+        ;
+    memmove(&bucket->ids[position], &bucket->ids[position + 1],
+            (size_t)(bucket->count - position - 1) * sizeof(int32_t));
+    bucket->count--;
+    {
+        /* A shrink that fails keeps the larger block; the count is what holds. */
+        int32_t *ids = dk_mem_resize_array(bucket->ids, (size_t)bucket->count, sizeof(int32_t), &ok);
+        if (ok)
+            bucket->ids = ids;
+    }
+    return 1;
+}
+
+NAVO_API int32_t NAVO_CALL dk_sdDopisz(dk_sdDictionary *dictionary, const char *text)
+{
+    int32_t id;
+    if (dk_sdGetID(dictionary, text, &id))
+        return 0;
+    return dk_sdAddStr(dictionary, text);
+}
+
+NAVO_API int32_t NAVO_CALL dk_sdGetSafeID(dk_sdDictionary *dictionary, const char *text, int32_t *out)
+{
+    if (dk_sdGetID(dictionary, text, out))
+        return 1;
+    if (!dk_sdAddStr(dictionary, text)) {
+        *out = -1;
+        return 0;
+    }
+    return dk_sdGetID(dictionary, text, out);
+}
+
+NAVO_API int32_t NAVO_CALL dk_sdTrimAll(const char *text, char *out, int32_t size)
+{
+    int32_t stored = 0;
+    if (size < 1)
+        return 0;
+    memset(out, 0, (size_t)size);
+    for (; *text != '\0'; text++) {
+        if (*text == '\t' || *text == '\n' || *text == ' ')
+            continue;
+        out[stored++] = *text;
+        if (stored == size)
+            return 0;
+    }
+    return 1;
+}

@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# deps.sh - installs what the build and the tests need, when it is missing (apt-get as root).
+set -euo pipefail
+
+need=()
+command -v cmake >/dev/null 2>&1 || need+=(cmake)
+command -v gcc >/dev/null 2>&1 || need+=(gcc)
+command -v g++ >/dev/null 2>&1 || need+=(g++)
+command -v make >/dev/null 2>&1 || need+=(make)
+command -v nm >/dev/null 2>&1 || need+=(binutils)
+if [ "${NAVO_NEED_TESTS:-0}" = 1 ]; then
+  [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
+  command -v valgrind >/dev/null 2>&1 || need+=(valgrind)
+  command -v clang >/dev/null 2>&1 || need+=(clang)
+fi
+if [ "${NAVO_NEED_BENCH:-0}" = 1 ]; then
+  [ -f /usr/include/expat.h ] || need+=(libexpat1-dev)
+  command -v strace >/dev/null 2>&1 || need+=(strace)
+fi
+
+if [ ${#need[@]} -gt 0 ]; then
+  if [ "$(id -u)" = 0 ]; then
+    echo "installing: ${need[*]}"
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -qq
+    apt-get install -y -qq --no-install-recommends "${need[@]}"
+  else
+    echo "missing packages: ${need[*]} (run as root, or: sudo apt-get install ${need[*]})" >&2
+    exit 1
+  fi
+fi
