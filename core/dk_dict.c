@@ -37,9 +37,17 @@ NAVO_API int32_t NAVO_CALL dk_sdStrCmp(const char *left, const char *right)
     const unsigned char *l = (const unsigned char *)left;
     const unsigned char *r = (const unsigned char *)right;
     for (;; l++, r++) {
+        int a;
+        int b;
+        /* Equal bytes are equal under folding too: the common case of a lookup that hits. */
+        if (*l == *r) {
+            if (*l == '\0')
+                return 0;
+            continue;
+        }
         /* Signed bytes: 0x80 to 0xFF sort below the terminator; a to z fold to upper case. */
-        int a = *l >= 0x80 ? *l - 256 : *l;
-        int b = *r >= 0x80 ? *r - 256 : *r;
+        a = *l >= 0x80 ? *l - 256 : *l;
+        b = *r >= 0x80 ? *r - 256 : *r;
         if (a >= 0x61 && a <= 0x7A)
             a -= 32;
         if (b >= 0x61 && b <= 0x7A)
@@ -48,8 +56,6 @@ NAVO_API int32_t NAVO_CALL dk_sdStrCmp(const char *left, const char *right)
             return -1;
         if (a > b)
             return 1;
-        if (a == 0)
-            return 0;
     }
 }
 

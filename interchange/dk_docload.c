@@ -1,0 +1,292 @@
+/* dk_docload.c - the document loader of Part 4.5: header, blocks in form order, notes, callback. */
+#include "dk_docload.h"
+
+#include <string.h>
+
+#include "dk_alloc.h"
+#include "dk_deffile.h"
+#include "dk_format.h"
+#include "dk_scanner.h"
+#include "dk_status.h"
+
+/* The Part's `form`, `closing` and `block` have room for 19 characters; a longer name is no name
+   of the definition. The buffers here are as large as a tag so that such a name still reaches
+   the test that rejects it, with the code the Part gives, and nothing is cut or overrun. */
+#define DK_NAME_SIZE DK_READ_BUFFER_SIZE
+#define DK_FORM_NAME_MAX 19
+
+static const dk_LoadObserver *loadObserver;
+
+void dk_SetLoadObserver(const dk_LoadObserver *observer)
+{
+    loadObserver = observer;
+}
+
+void dk_LoadRaise(int32_t code)
+{
+    dk_SetErrorCode(code);
+    if (loadObserver != NULL && loadObserver->onError != NULL)
+        loadObserver->onError(loadObserver->user, code);
+    dk_OnNAVOError(code);
+}
+
+/* One section's working state (Part 4.5, "Data model"). */
+typedef struct dk_SectionState {
+    dk_Context *ctx;
+    FILE *stream;
+    char form[DK_NAME_SIZE];
+    int32_t docIndex;
+    char *text;
+    char tag[DK_READ_BUFFER_SIZE];
+    char closing[DK_NAME_SIZE + 8];
+    char block[DK_NAME_SIZE];
+    int32_t lastPosition;
+    int repeatSeen;
+    int32_t recordIndex;
+    const dk_dfDefinition *definition;
+    const dk_dfForm *dfForm;
+    int32_t formId;
+} dk_SectionState;
+
+static dk_Document *dk_SectionDocument(const dk_SectionState *s)
+{
+    return &s->ctx->documentLists[s->formId].documents[s->docIndex];
+}
+
+/* The failure step of the Part: release the text, set the code, tell the hook, drop the document. */
+static int32_t dk_SectionFail(dk_SectionState *s, int32_t code)
+{
+    dk_mem_free(s->text);
+    s->text = NULL;
+    dk_LoadRaise(code);
+    dk_RemoveDocument(s->ctx, s->form, s->docIndex);
+    return 0;
+}
+
+static int dk_IsSpaceOrCr(int32_t c)
+{
+    return c == ' ' || c == '\r';
+}
+
+/* Steps 4 to 9: "<naglowek.DP>", the header text of exactly 245 characters, cut into lines. */
+static int32_t dk_SectionHeader(dk_SectionState *s)
+{
+    int32_t c;
+    do
+        c = dk_LoadChar(s->stream);
+    while (dk_IsSpaceOrCr(c));
+    memset(s->tag, 0, sizeof s->tag);
+    s->tag[0] = (char)c;
+    if (!dk_LoadStringbyLen(s->stream, s->tag + 1, (int32_t)sizeof s->tag - 1,
+                            (int32_t)(sizeof DK_TAG_DOC_HEADER_OPEN - 2)))
+        return DK_ERR_READ;
+    if (strcmp(s->tag, DK_TAG_DOC_HEADER_OPEN) != 0)
+        return DK_ERR_TAG;
+    if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
+        return DK_ERR_READ;
+    if (strlen(s->text) != DK_DOC_HEADER_LENGTH)
+        return DK_ERR_READ;
+    dk_fmtCutLines(&dk_SectionDocument(s)->header, dk_fmtDocHeaderLines, DK_DOC_HEADER_LINES, s->text);
+    return DK_ERR_NONE;
+}
+
+/* Steps 21 to 23: the element's text goes straight into the field cache of the record under the
+   cursor, cut by the field widths; the next cursor move or add writes it to the spool. */
+static void dk_SectionFillRecord(dk_lfBlock *store, const dk_dfBlock *block, const char *text)
+{
+    int32_t i;
+    int32_t position = 0;
+    for (i = 0; i < block->fieldCount; i++) {
+        dk_lfField *slot = &store->fields[i];
+        memcpy(slot->text, text + position, (size_t)block->fields[i].width);
+        position += block->fields[i].width;
+        slot->loaded = 1;
+        slot->dirty = 1;
+    }
+    store->dirty = 1;
+}
+
+/* Steps 15 to 24 for one block element whose opening tag is in `tag`. Returns a code, or -1 for
+   the tag that filled its buffer (step 15: no code of its own). */
+static int32_t dk_SectionBlock(dk_SectionState *s)
+{
+    const char *end = memchr(s->tag, '>', sizeof s->tag);
+    size_t length;
+    int32_t tagId;
+    int32_t position;
+    const dk_dfBlockRef *ref;
+    const dk_dfBlock *block;
+    dk_lfBlock *store;
+    int repeating;
+    if (end == NULL)
+        return -1;
+    length = (size_t)(end - (s->tag + 1));
+    memcpy(s->block, s->tag + 1, length);
+    s->block[length] = '\0';
+    if (!dk_LoadStringtoTerminator(s->stream, &s->text, s->block))
+        return DK_ERR_READ;
+    if (!dk_sdGetID(s->ctx->dictionary, s->block, &tagId))
+        return DK_ERR_BLOCK;
+    position = dk_dfRefPosition(s->definition, s->dfForm, tagId);
+    if (position < 0)
+        return DK_ERR_BLOCK;
+    ref = &s->dfForm->refs[position];
+    block = &s->definition->blocks[ref->blockIndex];
+    if (strlen(s->text) != (size_t)block->recordLength)
+        return DK_ERR_BLOCK_SIZE;
+    repeating = ref->occurrence == DK_DF_REPEATING;
+    if (s->lastPosition == -1) {
+        if (position != 0)
+            return DK_ERR_BLOCK;
+    } else {
+        int32_t step = position - s->lastPosition;
+        if (!(step == 1 || (repeating && step == 0)))
+            return DK_ERR_BLOCK;
+    }
+    s->lastPosition = position;
+    if (repeating) {
+        if (!s->repeatSeen)
+            s->repeatSeen = 1;
+        else if (!dk_AddBlock(s->ctx, s->form, s->docIndex, s->block, &s->recordIndex))
+            return DK_ERR_BLOCK_SIZE;
+    }
+    store = dk_SectionDocument(s)->blocks[position];
+    dk_SectionFillRecord(store, block, s->text);
+    if (repeating) {
+        if (loadObserver != NULL && loadObserver->onBlock != NULL)
+            loadObserver->onBlock(loadObserver->user, s->form, s->docIndex, s->block, s->recordIndex);
+        dk_OnNAVOBlock(s->ctx, s->form, s->docIndex, s->block, s->recordIndex);
+    }
+    return DK_ERR_NONE;
+}
+
+/* Step 29: a <BLAD> note of the document. */
+static int32_t dk_SectionErrorNote(dk_SectionState *s)
+{
+    dk_DocFooter *footer;
+    dk_ErrorNote *notes;
+    int ok;
+    if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
+        return DK_ERR_READ;
+    footer = &dk_SectionDocument(s)->footer;
+    notes = dk_mem_resize_array(footer->errorNotes, (size_t)footer->errorCount + 1, sizeof *notes, &ok);
+    if (!ok)
+        return DK_ERR_MEMORY;
+    footer->errorNotes = notes;
+    footer->errorCount++;
+    memset(&notes[footer->errorCount - 1], 0, sizeof *notes);
+    dk_fmtCutLines(&notes[footer->errorCount - 1], dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES, s->text);
+    return DK_ERR_NONE;
+}
+
+/* Step 30: an <OCR.x> note of the document; the kind comes from the tag. */
+static int32_t dk_SectionOcrNote(dk_SectionState *s)
+{
+    dk_DocFooter *footer;
+    dk_OcrNote *notes;
+    dk_OcrNote *note;
+    int ok;
+    if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
+        return DK_ERR_READ;
+    footer = &dk_SectionDocument(s)->footer;
+    notes = dk_mem_resize_array(footer->ocrNotes, (size_t)footer->ocrCount + 1, sizeof *notes, &ok);
+    if (!ok)
+        return DK_ERR_MEMORY;
+    footer->ocrNotes = notes;
+    footer->ocrCount++;
+    note = &notes[footer->ocrCount - 1];
+    memset(note, 0, sizeof *note);
+    note->kind = dk_fmtOcrKindOfTag(s->tag + sizeof DK_TAG_OCR_OPEN_PREFIX - 1);
+    dk_fmtCutLines(note, dk_fmtOcrNoteLines, DK_OCR_NOTE_LINES, s->text);
+    return DK_ERR_NONE;
+}
+
+/* Steps 26 to 31: the footer's opening tag, then notes until "</stopka.DP>". */
+static int32_t dk_SectionFooter(dk_SectionState *s)
+{
+    if (!dk_LoadStringforTag(s->stream, s->tag, (int32_t)sizeof s->tag))
+        return DK_ERR_TAG;
+    for (;;) {
+        int32_t code = DK_ERR_NONE;
+        if (!dk_LoadStringforTag(s->stream, s->tag, (int32_t)sizeof s->tag))
+            return DK_ERR_TAG;
+        if (strncmp(s->tag, DK_TAG_DOC_FOOTER_CLOSE, sizeof s->tag) == 0)
+            return DK_ERR_NONE;
+        if (strncmp(s->tag, DK_TAG_ERROR_OPEN, sizeof s->tag) == 0)
+            code = dk_SectionErrorNote(s);
+        else if (strncmp(s->tag, DK_TAG_OCR_OPEN_PREFIX, sizeof DK_TAG_OCR_OPEN_PREFIX - 1) == 0)
+            code = dk_SectionOcrNote(s);
+        if (code != DK_ERR_NONE)
+            return code;
+    }
+}
+
+int32_t dk_LoadDocument(dk_Context *ctx, FILE *stream, const char *section)
+{
+    dk_SectionState s;
+    const char *suffix;
+    size_t length;
+    int32_t code;
+    int32_t verdict;
+    memset(&s, 0, sizeof s);
+    s.ctx = ctx;
+    s.stream = stream;
+    s.docIndex = -1;
+
+    /* Steps 1 to 3. */
+    suffix = strstr(section + 1, DK_SECTION_SUFFIX);
+    length = suffix != NULL ? (size_t)(suffix - (section + 1)) : strlen(section + 1);
+    if (length <= DK_FORM_NAME_MAX) {
+        memcpy(s.form, section + 1, length);
+        s.form[length] = '\0';
+    }
+    if (length > DK_FORM_NAME_MAX || !dk_AddDocument(ctx, s.form, &s.docIndex)) {
+        dk_LoadRaise(DK_ERR_ADD_DOCUMENT);
+        return 0;
+    }
+    s.definition = dk_dfStoreDefinition(ctx);
+    s.formId = dk_1fGetIDFormularza(ctx, s.form);
+    s.dfForm = &s.definition->forms[s.formId];
+
+    code = dk_SectionHeader(&s);
+    if (code != DK_ERR_NONE)
+        return dk_SectionFail(&s, code);
+
+    /* Steps 10 to 25: the body. */
+    strcpy(s.closing, DK_TAG_CLOSE_START);
+    strcat(s.closing, s.form);
+    strcat(s.closing, DK_TAG_END);
+    if (!dk_LoadStringforTag(stream, s.tag, (int32_t)sizeof s.tag))
+        return dk_SectionFail(&s, DK_ERR_TAG);
+    s.lastPosition = -1;
+    for (;;) {
+        if (!dk_LoadStringforTag(stream, s.tag, (int32_t)sizeof s.tag))
+            return dk_SectionFail(&s, DK_ERR_TAG);
+        if (strncmp(s.tag, s.closing, sizeof s.tag) == 0)
+            break;
+        code = dk_SectionBlock(&s);
+        if (code == -1) {
+            dk_mem_free(s.text);
+            dk_RemoveDocument(ctx, s.form, s.docIndex);
+            return 0;
+        }
+        if (code != DK_ERR_NONE)
+            return dk_SectionFail(&s, code);
+    }
+
+    code = dk_SectionFooter(&s);
+    if (code != DK_ERR_NONE)
+        return dk_SectionFail(&s, code);
+
+    /* Steps 32 to 36. */
+    strcpy(s.closing, DK_TAG_CLOSE_START);
+    strcat(s.closing, s.form);
+    strcat(s.closing, DK_SECTION_SUFFIX);
+    if (!dk_LoadStringforTag(stream, s.tag, (int32_t)sizeof s.tag) || strncmp(s.tag, s.closing, sizeof s.tag) != 0)
+        return dk_SectionFail(&s, DK_ERR_TAG);
+    verdict = dk_OnNAVODocument(ctx, s.form, s.docIndex);
+    if (verdict == 0)
+        dk_RemoveDocument(ctx, s.form, s.docIndex);
+    dk_mem_free(s.text);
+    return verdict == 0 ? 1 : 2;
+}
