@@ -1,16 +1,239 @@
-/* dk_documents.c - the document tables of Part 3.1 (placeholder until the store lands). */
-#include "navo.h"
+/* dk_documents.c - document tables of Part 3.1: per-form document lists and their file pool. */
+#include "dk_documents.h"
 
-NAVO_API int32_t NAVO_CALL dk_RemoveAllDocuments(dk_Context *ctx)
+#include <string.h>
+
+#include "dk_alloc.h"
+#include "dk_context.h"
+#include "dk_deffile.h"
+#include "dk_spool.h"
+
+int32_t dk_StoreFindForm(dk_Context *ctx, const char *form, dk_StoreTarget *target)
 {
-    if (ctx == NULL || ctx->formCount == 0)
+    int32_t id;
+    memset(target, 0, sizeof *target);
+    if (ctx == NULL || form == NULL || ctx->documentLists == NULL)
         return 0;
+    id = dk_1fGetIDFormularza(ctx, form);
+    /* Block tags and field names live in the same dictionary; their IDs lie past the forms. */
+    if (id < 0 || id >= ctx->formCount)
+        return 0;
+    target->definition = dk_dfStoreDefinition(ctx);
+    if (target->definition != NULL && id < target->definition->formCount)
+        target->form = &target->definition->forms[id];
+    target->list = &ctx->documentLists[id];
+    return 1;
+}
+
+int32_t dk_StoreFindDocument(dk_StoreTarget *target, int32_t docIndex)
+{
+    if (target->list == NULL || docIndex < 0 || docIndex >= target->list->count)
+        return 0;
+    target->document = &target->list->documents[docIndex];
+    return 1;
+}
+
+int32_t dk_StoreFindBlock(dk_Context *ctx, const char *block, dk_StoreTarget *target)
+{
+    const dk_dfBlockRef *ref;
+    int32_t tagId;
+    int32_t position;
+    if (block == NULL || target->form == NULL || target->document == NULL ||
+        !dk_sdGetID(ctx->dictionary, block, &tagId))
+        return 0;
+    position = dk_dfRefPosition(target->definition, target->form, tagId);
+    if (position < 0 || position >= target->document->blockCount)
+        return 0;
+    ref = &target->form->refs[position];
+    target->store = target->document->blocks[position];
+    target->block = &target->definition->blocks[ref->blockIndex];
+    target->repeating = ref->occurrence == DK_DF_REPEATING;
+    return target->store != NULL;
+}
+
+int32_t dk_StoreFindField(dk_Context *ctx, const char *field, const dk_StoreTarget *target)
+{
+    int32_t nameId;
+    int32_t position;
+    if (field == NULL || target->block == NULL || !dk_sdGetID(ctx->dictionary, field, &nameId))
+        return -1;
+    position = dk_dfFieldPosition(target->block, nameId);
+    if (position < 0 || position >= dk_lfBlockFieldCount(target->store))
+        return -1;
+    return position;
+}
+
+static int dk_TablesHoldDocuments(const dk_Context *ctx)
+{
+    int32_t i;
+    if (ctx->documentLists == NULL)
+        return 0;
+    for (i = 0; i < ctx->formCount; i++) {
+        if (ctx->documentLists[i].count > 0)
+            return 1;
+    }
     return 0;
 }
 
 NAVO_API int32_t NAVO_CALL dk_InitDocuments(dk_Context *ctx, int32_t size)
 {
-    (void)ctx;
-    (void)size;
-    return 0;
+    const dk_dfDefinition *definition = dk_dfStoreDefinition(ctx);
+    dk_lfBlock **entries;
+    dk_lfFilePool *pool;
+    int ok;
+    /* Eviction takes slot capacity - 1, so a pool needs at least one slot. */
+    if (definition == NULL || size < 1)
+        return 0;
+    /* Tables without documents are released rather than lost: a load calls this once per file.
+       Tables that still hold documents are left as the Part says, out of reach. */
+    if (!dk_TablesHoldDocuments(ctx)) {
+        dk_mem_free(ctx->documentLists);
+        ctx->documentLists = NULL;
+        ctx->formCount = 0;
+        dk_ContextReleasePool(ctx);
+    }
+    entries = dk_mem_resize_array(NULL, (size_t)size, sizeof *entries, &ok);
+    if (!ok)
+        return 0;
+    memset(entries, 0, (size_t)size * sizeof *entries);
+    pool = dk_mem_zalloc(sizeof *pool);
+    if (pool == NULL) {
+        dk_mem_free(entries);
+        return 0;
+    }
+    pool->capacity = size;
+    pool->count = 0;
+    pool->blocks = entries;
+    ctx->filePool = pool;
+    ctx->documentLists = NULL;
+    ctx->formCount = 0;
+    if (definition->formCount > 0) {
+        ctx->documentLists = dk_mem_zalloc((size_t)definition->formCount * sizeof *ctx->documentLists);
+        if (ctx->documentLists == NULL)
+            return 0;
+    }
+    ctx->formCount = definition->formCount;
+    return 1;
+}
+
+NAVO_API int32_t NAVO_CALL dk_1fGetIDFormularza(dk_Context *ctx, const char *form)
+{
+    int32_t id = -1;
+    if (ctx == NULL || form == NULL || !dk_sdGetID(ctx->dictionary, form, &id))
+        return -1;
+    return id;
+}
+
+/* Steps 2 to 7 of dk_RemoveDocument, for a list and an index already tested. */
+static void dk_RemoveDocumentAt(dk_DocumentList *list, int32_t docIndex)
+{
+    dk_Document *document = &list->documents[docIndex];
+    dk_Document *documents;
+    int32_t i;
+    int ok;
+    for (i = 0; i < document->blockCount; i++)
+        dk_lfBlockDestroy(document->filePool, document->blocks[i]);
+    dk_mem_free(document->blocks);
+    dk_mem_free(document->footer.errorNotes);
+    dk_mem_free(document->footer.ocrNotes);
+    if (list->count == 1) {
+        dk_mem_free(list->documents);
+        list->documents = NULL;
+        list->count = 0;
+        return;
+    }
+    memmove(document, document + 1, (size_t)(list->count - docIndex - 1) * sizeof *document);
+    list->count--;
+    /* A shrink that fails keeps the larger array; the count is what counts. */
+    documents = dk_mem_resize_array(list->documents, (size_t)list->count, sizeof *documents, &ok);
+    if (ok)
+        list->documents = documents;
+}
+
+NAVO_API int32_t NAVO_CALL dk_AddDocument(dk_Context *ctx, const char *form, int32_t *out)
+{
+    dk_StoreTarget target;
+    dk_DocumentList *list;
+    dk_Document *documents;
+    dk_Document *document;
+    int32_t index;
+    int32_t i;
+    int ok;
+    if (out == NULL)
+        return 0;
+    *out = -1;
+    if (!dk_StoreFindForm(ctx, form, &target) || target.form == NULL)
+        return 0;
+    list = target.list;
+    if (list->count == INT32_MAX)
+        return 0;
+    documents = dk_mem_resize_array(list->documents, (size_t)list->count + 1, sizeof *documents, &ok);
+    if (!ok)
+        return 0;
+    list->documents = documents;
+    index = list->count;
+    list->count++;
+    document = &documents[index];
+    memset(document, 0, sizeof *document);
+    document->filePool = ctx->filePool;
+    for (i = 0; i < target.form->refCount; i++) {
+        const dk_dfBlockRef *ref = &target.form->refs[i];
+        if (!dk_lfBlockCreate(document, &target.definition->blocks[ref->blockIndex],
+                              ref->occurrence == DK_DF_REPEATING)) {
+            dk_RemoveDocumentAt(list, index);
+            return 0;
+        }
+    }
+    *out = index;
+    return 1;
+}
+
+NAVO_API int32_t NAVO_CALL dk_RemoveDocument(dk_Context *ctx, const char *form, int32_t docIndex)
+{
+    dk_StoreTarget target;
+    if (!dk_StoreFindForm(ctx, form, &target) || !dk_StoreFindDocument(&target, docIndex))
+        return 0;
+    dk_RemoveDocumentAt(target.list, docIndex);
+    return 1;
+}
+
+/* dk_RemoveDocuments for a list already found: removes from the front, count times. */
+static void dk_RemoveDocumentsOf(dk_DocumentList *list)
+{
+    int32_t remaining = list->count;
+    while (remaining-- > 0 && list->count > 0)
+        dk_RemoveDocumentAt(list, 0);
+}
+
+NAVO_API int32_t NAVO_CALL dk_RemoveDocuments(dk_Context *ctx, const char *form)
+{
+    dk_StoreTarget target;
+    if (!dk_StoreFindForm(ctx, form, &target))
+        return 0;
+    dk_RemoveDocumentsOf(target.list);
+    return 1;
+}
+
+NAVO_API int32_t NAVO_CALL dk_RemoveAllDocuments(dk_Context *ctx)
+{
+    int32_t i;
+    if (ctx == NULL || ctx->formCount == 0 || ctx->documentLists == NULL)
+        return 0;
+    /* Form i is dictionary slot i (Part 2.1), so the list is reached by its index directly:
+       the same list the Part reaches through the name, without a lookup that could miss. */
+    for (i = 0; i < ctx->formCount; i++)
+        dk_RemoveDocumentsOf(&ctx->documentLists[i]);
+    return 1;
+}
+
+NAVO_API int32_t NAVO_CALL dk_GetDocCount(dk_Context *ctx, const char *form, int32_t *out)
+{
+    dk_StoreTarget target;
+    if (out == NULL)
+        return 0;
+    *out = -1;
+    if (!dk_StoreFindForm(ctx, form, &target))
+        return 0;
+    *out = target.list->count;
+    return 1;
 }

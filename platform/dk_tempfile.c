@@ -1,0 +1,147 @@
+/* dk_tempfile.c - temporary spool files on Windows (GetTempFileNameA) and POSIX (O_EXCL creation). */
+#if !defined(_WIN32)
+#  define _POSIX_C_SOURCE 200809L
+#endif
+
+#include "dk_tempfile.h"
+
+#include <string.h>
+
+#if defined(_WIN32)
+
+#include <windows.h>
+
+int32_t dk_tfCreate(char *out, size_t size)
+{
+    char directory[DK_TF_PATH_SIZE];
+    char path[DK_TF_PATH_SIZE];
+    DWORD length;
+    if (out == NULL || size == 0)
+        return 0;
+    out[0] = '\0';
+    length = GetTempPathA((DWORD)sizeof directory, directory);
+    if (length == 0 || length >= sizeof directory)
+        return 0;
+    /* Unique number 0: the system invents the name and creates the empty file itself. */
+    if (GetTempFileNameA(directory, DK_TF_PREFIX, 0, path) == 0)
+        return 0;
+    if (strlen(path) >= size) {
+        DeleteFileA(path);
+        return 0;
+    }
+    memcpy(out, path, strlen(path) + 1);
+    return 1;
+}
+
+#else
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <time.h>
+#include <unistd.h>
+
+#ifndef P_tmpdir
+#  define P_tmpdir "/tmp"
+#endif
+
+/* Letters of the random suffix and its length: 62^12 names leave a guess no chance. */
+static const char suffixAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+#define DK_TF_SUFFIX_LENGTH 12
+#define DK_TF_ATTEMPTS 100
+#define DK_TF_MODE (S_IRUSR | S_IWUSR)
+
+static const char *dk_tfDirectory(void)
+{
+    const char *directory = getenv("TMPDIR");
+    if (directory == NULL || directory[0] == '\0')
+        directory = P_tmpdir;
+    if (directory == NULL || directory[0] == '\0')
+        directory = "/tmp";
+    return directory;
+}
+
+/* Random bytes from the kernel; when /dev/urandom is unreadable, a mix of time, address and
+   process id, which O_EXCL still makes safe (only the unpredictability suffers). */
+static void dk_tfRandom(unsigned char *bytes, size_t count)
+{
+    static uint64_t fallback;
+    size_t got = 0;
+    int descriptor = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+    if (descriptor >= 0) {
+        while (got < count) {
+            ssize_t n = read(descriptor, bytes + got, count - got);
+            if (n <= 0) {
+                if (n < 0 && errno == EINTR)
+                    continue;
+                break;
+            }
+            got += (size_t)n;
+        }
+        close(descriptor);
+    }
+    if (got < count) {
+        struct timespec now;
+        size_t i;
+        clock_gettime(CLOCK_REALTIME, &now);
+        fallback ^= (uint64_t)now.tv_nsec * 0x9E3779B97F4A7C15u ^ (uint64_t)now.tv_sec ^
+                    ((uint64_t)getpid() << 32) ^ (uint64_t)(uintptr_t)bytes;
+        for (i = got; i < count; i++) {
+            /* xorshift64: enough to spread the seed over the remaining bytes */
+            fallback ^= fallback << 13;
+            fallback ^= fallback >> 7;
+            fallback ^= fallback << 17;
+            bytes[i] = (unsigned char)(fallback >> 24);
+        }
+    }
+}
+
+int32_t dk_tfCreate(char *out, size_t size)
+{
+    const char *directory;
+    size_t directoryLength;
+    size_t prefixLength = strlen(DK_TF_PREFIX);
+    size_t needed;
+    int attempt;
+    if (out == NULL || size == 0)
+        return 0;
+    out[0] = '\0';
+    directory = dk_tfDirectory();
+    directoryLength = strlen(directory);
+    while (directoryLength > 1 && directory[directoryLength - 1] == '/')
+        directoryLength--;
+    needed = directoryLength + 1 + prefixLength + DK_TF_SUFFIX_LENGTH + 1;
+    if (needed > size)
+        return 0;
+    for (attempt = 0; attempt < DK_TF_ATTEMPTS; attempt++) {
+        unsigned char random[DK_TF_SUFFIX_LENGTH];
+        char *cursor = out;
+        size_t i;
+        int descriptor;
+        memcpy(cursor, directory, directoryLength);
+        cursor += directoryLength;
+        if (directoryLength == 0 || directory[directoryLength - 1] != '/')
+            *cursor++ = '/';
+        memcpy(cursor, DK_TF_PREFIX, prefixLength);
+        cursor += prefixLength;
+        dk_tfRandom(random, sizeof random);
+        for (i = 0; i < DK_TF_SUFFIX_LENGTH; i++)
+            *cursor++ = suffixAlphabet[random[i] % (sizeof suffixAlphabet - 1)];
+        *cursor = '\0';
+        /* O_EXCL makes the creation itself the uniqueness test: no race with another process. */
+        descriptor = open(out, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, DK_TF_MODE);
+        if (descriptor >= 0) {
+            close(descriptor);
+            return 1;
+        }
+        if (errno != EEXIST)
+            break;
+    }
+    out[0] = '\0';
+    return 0;
+}
+
+#endif
