@@ -5,6 +5,7 @@
 
 #include "dk_alloc.h"
 #include "dk_deffile.h"
+#include "dk_documents.h"
 #include "dk_format.h"
 #include "dk_scanner.h"
 #include "dk_status.h"
@@ -43,15 +44,8 @@ typedef struct dk_SectionState {
     int32_t lastPosition;
     int repeatSeen;
     int32_t recordIndex;
-    const dk_dfDefinition *definition;
-    const dk_dfForm *dfForm;
-    int32_t formId;
+    dk_StoreTarget target;  /* the form and the new document; per element, its block */
 } dk_SectionState;
-
-static dk_Document *dk_SectionDocument(const dk_SectionState *s)
-{
-    return &s->ctx->documentLists[s->formId].documents[s->docIndex];
-}
 
 /* The failure step of the Part: release the text, set the code, tell the hook, drop the document. */
 static int32_t dk_SectionFail(dk_SectionState *s, int32_t code)
@@ -86,7 +80,7 @@ static int32_t dk_SectionHeader(dk_SectionState *s)
         return DK_ERR_READ;
     if (strlen(s->text) != DK_DOC_HEADER_LENGTH)
         return DK_ERR_READ;
-    dk_fmtCutLines(&dk_SectionDocument(s)->header, dk_fmtDocHeaderLines, DK_DOC_HEADER_LINES, s->text);
+    dk_fmtCutLines(&s->target.document->header, dk_fmtDocHeaderLines, DK_DOC_HEADER_LINES, s->text);
     return DK_ERR_NONE;
 }
 
@@ -112,12 +106,7 @@ static int32_t dk_SectionBlock(dk_SectionState *s)
 {
     const char *end = memchr(s->tag, '>', sizeof s->tag);
     size_t length;
-    int32_t tagId;
-    int32_t position;
-    const dk_dfBlockRef *ref;
-    const dk_dfBlock *block;
-    dk_lfBlock *store;
-    int repeating;
+    dk_StoreTarget *t = &s->target;
     if (end == NULL)
         return -1;
     length = (size_t)(end - (s->tag + 1));
@@ -125,34 +114,28 @@ static int32_t dk_SectionBlock(dk_SectionState *s)
     s->block[length] = '\0';
     if (!dk_LoadStringtoTerminator(s->stream, &s->text, s->block))
         return DK_ERR_READ;
-    if (!dk_sdGetID(s->ctx->dictionary, s->block, &tagId))
+    /* The store's lookup refuses a tag the dictionary lacks and one that is no block of this form. */
+    if (!dk_StoreFindBlock(s->ctx, s->block, t))
         return DK_ERR_BLOCK;
-    position = dk_dfRefPosition(s->definition, s->dfForm, tagId);
-    if (position < 0)
-        return DK_ERR_BLOCK;
-    ref = &s->dfForm->refs[position];
-    block = &s->definition->blocks[ref->blockIndex];
-    if (strlen(s->text) != (size_t)block->recordLength)
+    if (strlen(s->text) != (size_t)t->block->recordLength)
         return DK_ERR_BLOCK_SIZE;
-    repeating = ref->occurrence == DK_DF_REPEATING;
     if (s->lastPosition == -1) {
-        if (position != 0)
+        if (t->position != 0)
             return DK_ERR_BLOCK;
     } else {
-        int32_t step = position - s->lastPosition;
-        if (!(step == 1 || (repeating && step == 0)))
+        int32_t step = t->position - s->lastPosition;
+        if (!(step == 1 || (t->repeating && step == 0)))
             return DK_ERR_BLOCK;
     }
-    s->lastPosition = position;
-    if (repeating) {
+    s->lastPosition = t->position;
+    if (t->repeating) {
         if (!s->repeatSeen)
             s->repeatSeen = 1;
         else if (!dk_AddBlock(s->ctx, s->form, s->docIndex, s->block, &s->recordIndex))
             return DK_ERR_BLOCK_SIZE;
     }
-    store = dk_SectionDocument(s)->blocks[position];
-    dk_SectionFillRecord(store, block, s->text);
-    if (repeating) {
+    dk_SectionFillRecord(t->store, t->block, s->text);
+    if (t->repeating) {
         if (loadObserver != NULL && loadObserver->onBlock != NULL)
             loadObserver->onBlock(loadObserver->user, s->form, s->docIndex, s->block, s->recordIndex);
         dk_OnNAVOBlock(s->ctx, s->form, s->docIndex, s->block, s->recordIndex);
@@ -168,7 +151,7 @@ static int32_t dk_SectionErrorNote(dk_SectionState *s)
     int ok;
     if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
         return DK_ERR_READ;
-    footer = &dk_SectionDocument(s)->footer;
+    footer = &s->target.document->footer;
     notes = dk_mem_resize_array(footer->errorNotes, (size_t)footer->errorCount + 1, sizeof *notes, &ok);
     if (!ok)
         return DK_ERR_MEMORY;
@@ -188,7 +171,7 @@ static int32_t dk_SectionOcrNote(dk_SectionState *s)
     int ok;
     if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
         return DK_ERR_READ;
-    footer = &dk_SectionDocument(s)->footer;
+    footer = &s->target.document->footer;
     notes = dk_mem_resize_array(footer->ocrNotes, (size_t)footer->ocrCount + 1, sizeof *notes, &ok);
     if (!ok)
         return DK_ERR_MEMORY;
@@ -244,9 +227,8 @@ int32_t dk_LoadDocument(dk_Context *ctx, FILE *stream, const char *section)
         dk_LoadRaise(DK_ERR_ADD_DOCUMENT);
         return 0;
     }
-    s.definition = dk_dfStoreDefinition(ctx);
-    s.formId = dk_1fGetIDFormularza(ctx, s.form);
-    s.dfForm = &s.definition->forms[s.formId];
+    dk_StoreFindForm(ctx, s.form, &s.target);
+    dk_StoreFindDocument(&s.target, s.docIndex);
 
     code = dk_SectionHeader(&s);
     if (code != DK_ERR_NONE)

@@ -48,6 +48,7 @@ int32_t dk_StoreFindBlock(dk_Context *ctx, const char *block, dk_StoreTarget *ta
     target->store = target->document->blocks[position];
     target->block = &target->definition->blocks[ref->blockIndex];
     target->repeating = ref->occurrence == DK_DF_REPEATING;
+    target->position = position;
     return target->store != NULL;
 }
 

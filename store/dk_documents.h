@@ -16,6 +16,7 @@ typedef struct dk_StoreTarget {
     dk_lfBlock *store;
     const dk_dfBlock *block;
     int32_t repeating;
+    int32_t position;                   /* of the block's reference in the form */
 } dk_StoreTarget;
 
 /* A form name of definition 0 that has a document list: fills definition, form and list. */
