@@ -16,7 +16,9 @@
 
 /* DK_GETC(stream): one byte of a buffered stream that no other thread touches, without the
    per-call lock of getc. */
-#if defined(_MSC_VER)
+#if defined(_WIN32)
+/* Both CRTs have it: a function in the UCRT and MSVC's, a macro on the buffer with MinGW's
+   msvcrt.dll headers (so `stream` must be an expression without side effects). */
 #  define DK_GETC(stream) _getc_nolock(stream)
 #elif defined(__unix__) || defined(__APPLE__)
 #  define DK_GETC(stream) getc_unlocked(stream)

@@ -10,26 +10,73 @@
 #if defined(_WIN32)
 
 #include <windows.h>
+#include <aclapi.h>
+
+/* Narrows the new file to the user the process (or the impersonating thread) runs as: one ACE,
+   full access for that user's SID, in a protected DACL, so that nothing is inherited from the
+   temporary directory. Returns 1, or 0 when the DACL could not be set; the caller keeps the file
+   then, with the ACL it inherited (docs/decisions.md, "Windows"). */
+static int dk_tfRestrictToOwner(char *path)
+{
+    union {
+        TOKEN_USER user;
+        unsigned char bytes[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+    } owner;
+    union {
+        ACL acl;
+        unsigned char bytes[sizeof(ACL) + sizeof(ACCESS_ALLOWED_ACE) + SECURITY_MAX_SID_SIZE];
+    } dacl;
+    HANDLE token = NULL;
+    DWORD ownerSize = 0;
+    DWORD aclSize;
+    BOOL got;
+    if (!OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token) &&
+        !OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
+        return 0;
+    got = GetTokenInformation(token, TokenUser, &owner, (DWORD)sizeof owner, &ownerSize);
+    CloseHandle(token);
+    if (!got || !IsValidSid(owner.user.User.Sid))
+        return 0;
+    aclSize = (DWORD)(sizeof(ACL) + sizeof(ACCESS_ALLOWED_ACE) - sizeof(DWORD)) +
+              GetLengthSid(owner.user.User.Sid);
+    if (aclSize > sizeof dacl)
+        return 0;
+    if (!InitializeAcl(&dacl.acl, aclSize, ACL_REVISION) ||
+        !AddAccessAllowedAce(&dacl.acl, ACL_REVISION, FILE_ALL_ACCESS, owner.user.User.Sid))
+        return 0;
+    return SetNamedSecurityInfoA(path, SE_FILE_OBJECT,
+                                 DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
+                                 NULL, NULL, &dacl.acl, NULL) == ERROR_SUCCESS;
+}
 
 int32_t dk_tfCreate(char *out, size_t size)
 {
+    /* Part 3.2: two buffers of 260 bytes (MAX_PATH); GetTempPathA's own maximum is MAX_PATH+1
+       characters with the terminator, which does not fit and is reported as a failure. */
     char directory[DK_TF_PATH_SIZE];
     char path[DK_TF_PATH_SIZE];
     DWORD length;
+    size_t pathLength;
     if (out == NULL || size == 0)
         return 0;
     out[0] = '\0';
+    /* The directory of TMP, else TEMP, else USERPROFILE, else the Windows directory. */
     length = GetTempPathA((DWORD)sizeof directory, directory);
     if (length == 0 || length >= sizeof directory)
         return 0;
-    /* Unique number 0: the system invents the name and creates the empty file itself. */
+    /* Unique number 0: the system invents the name and creates the empty file itself (CREATE_NEW,
+       so an existing file is never taken over), then closes it. */
     if (GetTempFileNameA(directory, DK_TF_PREFIX, 0, path) == 0)
         return 0;
-    if (strlen(path) >= size) {
+    pathLength = strlen(path);
+    if (pathLength >= size) {
         DeleteFileA(path);
         return 0;
     }
-    memcpy(out, path, strlen(path) + 1);
+    /* Best effort, as the POSIX mode 0600 is on a file system without permissions: where the
+       volume keeps no ACLs (FAT, some network shares) the file stays as the directory made it. */
+    (void)dk_tfRestrictToOwner(path);
+    memcpy(out, path, pathLength + 1);
     return 1;
 }
 

@@ -11,7 +11,11 @@ command -v nm >/dev/null 2>&1 || need+=(binutils)
 if [ "${NAVO_NEED_TESTS:-0}" = 1 ]; then
   [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
   command -v valgrind >/dev/null 2>&1 || need+=(valgrind)
-  command -v clang >/dev/null 2>&1 || need+=(clang)
+  command -v pkg-config >/dev/null 2>&1 || need+=(pkg-config)
+  command -v clang >/dev/null 2>&1 || need+=(clang libclang-rt-dev)
+  if command -v clang >/dev/null 2>&1 && [ ! -f "$(clang -print-file-name=libclang_rt.fuzzer-x86_64.a)" ]; then
+    need+=(libclang-rt-dev)
+  fi
 fi
 if [ "${NAVO_NEED_BENCH:-0}" = 1 ]; then
   [ -f /usr/include/expat.h ] || need+=(libexpat1-dev)
