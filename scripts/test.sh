@@ -8,10 +8,8 @@ jobs=$(nproc 2>/dev/null || echo 2)
 
 NAVO_NEED_TESTS=1 bash scripts/deps.sh
 
-echo "== clang -Werror build of the library"
-cmake -S . -B build/clang -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DNAVO_WERROR=ON -DNAVO_TESTS=OFF -DNAVO_EXAMPLES=OFF -DCMAKE_BUILD_TYPE=Debug >/dev/null
-cmake --build build/clang -j "$jobs" --target navo navo_static
+echo "== clang -Werror build of the library and the fuzz targets; replay of the fuzz corpora"
+bash fuzz/run_fuzz.sh --replay
 
 echo "== gcc -Werror, AddressSanitizer + UndefinedBehaviorSanitizer"
 cmake -S . -B build/asan -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
@@ -19,6 +17,16 @@ cmake -S . -B build/asan -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
 cmake --build build/asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build/asan --output-on-failure -j "$jobs"
+
+echo "== install, then build a C and a C++ host against it with pkg-config"
+rm -rf build/prefix
+cmake --install build/asan --prefix "$root/build/prefix" >/dev/null
+export PKG_CONFIG_PATH="$root/build/prefix/lib/pkgconfig"
+for compiler in "gcc -std=c11" "g++ -x c++ -std=c++17"; do
+  $compiler -Wall -Wextra -Wpedantic -Werror -fsanitize=address,undefined tests/install/host.c \
+    $(pkg-config --cflags --libs navo) -Wl,-rpath,"$root/build/prefix/lib" -o build/prefix/host
+  build/prefix/host
+done
 
 echo "== gcc -Werror, valgrind memcheck (leaks are failures)"
 cmake -S . -B build/valgrind -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
