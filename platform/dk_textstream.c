@@ -57,28 +57,54 @@ static long long dk_textRead(dk_TextCookie *cookie, char *buffer, size_t size)
         return 0;
     if (ferror(raw))
         return -1;
+    /* Departure (speed only): the raw bytes come in runs by fread and are translated in place
+       (the output never outgrows the input), instead of one getc per byte; the characters handed
+       out, the end at 0x1A and the error reporting are those of the byte-wise loop. */
     while (n < size) {
-        int c = getc_unlocked(raw);
-        if (c == EOF) {
+        size_t want = size - n;
+        size_t got = fread(buffer + n, 1, want, raw);
+        size_t end = n + got;
+        size_t limit;
+        size_t last;
+        size_t i;
+        size_t o = n;
+        void *stop;
+        if (got == 0) {
             /* An error behind characters already taken is reported by the next call. */
             if (n == 0 && ferror(raw))
                 return -1;
             break;
         }
-        if (c == DK_CTRL_Z) {
+        /* Only the bytes before a 0x1A count; after it the input has ended. */
+        stop = memchr(buffer + n, DK_CTRL_Z, got);
+        limit = stop != NULL ? (size_t)((char *)stop - buffer) : end;
+        /* A CR is dropped exactly when an LF stands right behind it, which is what taking the
+           LF in its place comes to; no byte is looked at twice. Bytes whose follower is in this
+           run are decided here, without a branch per byte. */
+        last = limit == end && limit > n ? limit - 1 : limit;
+        for (i = n; i < last; i++) {
+            char c = buffer[i];
+            buffer[o] = c;
+            o += (size_t)!(c == '\r' && buffer[i + 1] == '\n');
+        }
+        if (last < limit) {
+            char c = buffer[last];
+            if (c == '\r') {
+                /* A CR at the end of the run is decided by the byte really behind it. */
+                int next = getc_unlocked(raw);
+                if (next == '\n')
+                    c = '\n';
+                else if (next != EOF)
+                    ungetc(next, raw);
+            }
+            buffer[o++] = c;
+        }
+        if (stop != NULL)
             cookie->ended = 1;
+        n = o;
+        /* A short run means the end of the file or an error, where the byte-wise loop stopped. */
+        if (cookie->ended || got < want)
             break;
-        }
-        if (c == '\r') {
-            /* The look-ahead goes through the raw stream, so a CR at the end of any buffer
-               (ours, the raw one, the file) is decided by the byte really behind it. */
-            int next = getc_unlocked(raw);
-            if (next == '\n')
-                c = '\n';
-            else if (next != EOF)
-                ungetc(next, raw);
-        }
-        buffer[n++] = (char)c;
     }
     cookie->position += (long long)n;
     return (long long)n;

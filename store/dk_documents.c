@@ -33,17 +33,50 @@ int32_t dk_StoreFindDocument(dk_StoreTarget *target, int32_t docIndex)
     return 1;
 }
 
+/* Departure (speed only): a guessed dictionary ID is taken without the lookup when the string of
+   that ID is byte for byte `text`. Then dk_sdGetID would give exactly that ID: equal bytes hash to
+   the same bucket, the ID stands in the bucket of its string, and no other string of a bucket
+   compares equal under dk_sdStrCmp. The check reads the dictionary as it is now, so no cache can
+   go stale; anything else (another case, a freed slot, a changed dictionary) takes the lookup. */
+static int dk_StoreGuessId(const dk_sdDictionary *dictionary, int32_t id, const char *text, int32_t *out)
+{
+    if (dictionary == NULL || dictionary->buckets == NULL || dictionary->bucketCount == 0 || id < 0 ||
+        id >= dictionary->count || dictionary->strings[id] == NULL || strcmp(dictionary->strings[id], text) != 0)
+        return 0;
+    *out = id;
+    return 1;
+}
+
+/* The tag ID of the block last found in this document, guessed from the hint on its first store. */
+static int dk_StoreGuessTag(const dk_sdDictionary *dictionary, const char *block, const dk_StoreTarget *target,
+                            int32_t *out)
+{
+    const dk_dfBlockRef *ref;
+    int32_t hint;
+    if (target->document->blockCount < 1 || target->document->blocks[0] == NULL)
+        return 0;
+    hint = dk_lfSpoolOf(target->document->blocks[0])->blockHint;
+    if (hint < 0 || hint >= target->form->refCount)
+        return 0;
+    ref = &target->form->refs[hint];
+    if (ref->blockIndex < 0 || ref->blockIndex >= target->definition->blockCount)
+        return 0;
+    return dk_StoreGuessId(dictionary, target->definition->blocks[ref->blockIndex].tagId, block, out);
+}
+
 int32_t dk_StoreFindBlock(dk_Context *ctx, const char *block, dk_StoreTarget *target)
 {
     const dk_dfBlockRef *ref;
     int32_t tagId;
     int32_t position;
     if (block == NULL || target->form == NULL || target->document == NULL ||
-        !dk_sdGetID(ctx->dictionary, block, &tagId))
+        (!dk_StoreGuessTag(ctx->dictionary, block, target, &tagId) && !dk_sdGetID(ctx->dictionary, block, &tagId)))
         return 0;
     position = dk_dfRefPosition(target->definition, target->form, tagId);
     if (position < 0 || position >= target->document->blockCount)
         return 0;
+    if (target->document->blocks[0] != NULL)
+        dk_lfSpoolOf(target->document->blocks[0])->blockHint = position;
     ref = &target->form->refs[position];
     target->store = target->document->blocks[position];
     target->block = &target->definition->blocks[ref->blockIndex];
@@ -56,11 +89,24 @@ int32_t dk_StoreFindField(dk_Context *ctx, const char *field, const dk_StoreTarg
 {
     int32_t nameId;
     int32_t position;
-    if (field == NULL || target->block == NULL || !dk_sdGetID(ctx->dictionary, field, &nameId))
+    int32_t hint;
+    int guessed = 0;
+    if (field == NULL || target->block == NULL)
+        return -1;
+    /* The guesses: the field after the one last found in this store (fields are mostly read in
+       order), then that one again. */
+    hint = dk_lfSpoolOf(target->store)->fieldHint;
+    if (hint >= 0 && hint < target->block->fieldCount) {
+        int32_t next = hint + 1 < target->block->fieldCount ? hint + 1 : 0;
+        guessed = dk_StoreGuessId(ctx->dictionary, target->block->fields[next].nameId, field, &nameId) ||
+                  dk_StoreGuessId(ctx->dictionary, target->block->fields[hint].nameId, field, &nameId);
+    }
+    if (!guessed && !dk_sdGetID(ctx->dictionary, field, &nameId))
         return -1;
     position = dk_dfFieldPosition(target->block, nameId);
     if (position < 0 || position >= dk_lfBlockFieldCount(target->store))
         return -1;
+    dk_lfSpoolOf(target->store)->fieldHint = position;
     return position;
 }
 

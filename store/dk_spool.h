@@ -16,6 +16,8 @@ typedef struct dk_lfSpool {
     int32_t lastAccess;      /* DK_LF_ACCESS_*: what the stream did since the last flush or seek */
     int32_t bufferedBytes;   /* bytes of the cursor's record held in `record`, or DK_LF_NOT_BUFFERED */
     char *record;            /* recordLength + 1 bytes in the same allocation; repeating blocks only */
+    int32_t fieldHint;       /* position of the last field found by name: a guess, always verified */
+    int32_t blockHint;       /* on a document's first store: position of the last block found by tag */
 } dk_lfSpool;
 
 #define DK_LF_POSITION_UNKNOWN (-1L)
