@@ -80,6 +80,28 @@ int32_t dk_tfCreate(char *out, size_t size)
     return 1;
 }
 
+FILE *dk_tfOpen(const char *path)
+{
+    return fopen(path, "r+b");
+}
+
+int32_t dk_tfRecreate(const char *path)
+{
+    char copy[DK_TF_PATH_SIZE];
+    size_t length;
+    HANDLE file;
+    if (path == NULL || (length = strlen(path)) >= sizeof copy)
+        return 0;
+    memcpy(copy, path, length + 1);
+    /* CREATE_NEW: never an existing file, like O_EXCL. */
+    file = CreateFileA(copy, GENERIC_READ | GENERIC_WRITE, 0, NULL, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, NULL);
+    if (file == INVALID_HANDLE_VALUE)
+        return 0;
+    CloseHandle(file);
+    (void)dk_tfRestrictToOwner(copy);
+    return 1;
+}
+
 #else
 
 #include <errno.h>
@@ -189,6 +211,31 @@ int32_t dk_tfCreate(char *out, size_t size)
     }
     out[0] = '\0';
     return 0;
+}
+
+FILE *dk_tfOpen(const char *path)
+{
+    FILE *file;
+    int descriptor = open(path, O_RDWR | O_NOFOLLOW | O_CLOEXEC);
+    if (descriptor < 0)
+        return NULL;
+    file = fdopen(descriptor, "r+b");
+    if (file == NULL)
+        close(descriptor);
+    return file;
+}
+
+int32_t dk_tfRecreate(const char *path)
+{
+    int descriptor;
+    if (path == NULL)
+        return 0;
+    /* O_EXCL never takes over what stands at the path, and with O_CREAT follows no link. */
+    descriptor = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, DK_TF_MODE);
+    if (descriptor < 0)
+        return 0;
+    close(descriptor);
+    return 1;
 }
 
 #endif

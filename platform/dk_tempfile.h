@@ -22,4 +22,16 @@
    Returns 1, or 0 with `out` empty and no file left behind. */
 int32_t dk_tfCreate(char *out, size_t size);
 
+/* Opens the spool file at `path` for update in binary mode (Part 3.2's fopen "r+b"), refusing
+   a symbolic link in its place, so a link put there can't redirect the library's writes.
+   Returns the stream, or null. */
+#include <stdio.h>
+FILE *dk_tfOpen(const char *path);
+
+/* Makes the spool file at `path` anew, empty, after it went missing (Part 3.2's fopen "w"): with
+   the same owner-only permissions as dk_tfCreate, and only if nothing stands at `path` now, so
+   that a file or link someone put there meanwhile is neither truncated nor followed.
+   Returns 1, or 0 when the file could not be made. */
+int32_t dk_tfRecreate(const char *path);
+
 #endif /* DK_TEMPFILE_H */

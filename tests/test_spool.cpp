@@ -3,6 +3,7 @@
 
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "store_fixture.h"
 
@@ -171,6 +172,38 @@ TEST_F(Spool, DeletedSpoolFileOfAnEvictedStoreIsCreatedAgain)
     EXPECT_EQ(std::string("abc\0\0     ", 10), spool(0));
     EXPECT_EQ("abc", get(0, 0, "A"));
     EXPECT_EQ("", get(0, 0, "B"));  // the bytes the file holds there are NULs
+    // Made anew, it is as private as a new spool file, whatever the umask says.
+    EXPECT_EQ(0600u, permissions(path));
+}
+
+// A link put where a deleted spool file stood is neither followed nor truncated: the reopen
+// fails as an open that fails (Part 3.2), and the file the link points to keeps its bytes.
+TEST_F(Spool, LinkInPlaceOfASpoolFileIsNotFollowed)
+{
+    const std::string victim = tmp.path() + "/victim";
+    for (bool dangling : {true, false}) {
+        makeContext(1);
+        addDocument();
+        addDocument();
+        ASSERT_EQ(nullptr, store(0)->file);
+        const std::string path = store(0)->path;
+        writeFile(victim, "precious");
+        ASSERT_EQ(0, std::remove(path.c_str()));
+        ASSERT_EQ(0, symlink(dangling ? (victim + "-missing").c_str() : victim.c_str(), path.c_str()));
+        ASSERT_EQ(1, set(0, 0, "A", "abc"));
+        int32_t record = 5;
+        EXPECT_EQ(0, dk_AddBlock(ctx, "F", 0, "REP", &record)) << dangling;
+        EXPECT_EQ(-1, record);
+        EXPECT_EQ(nullptr, store(0)->file);
+        struct stat info;
+        ASSERT_EQ(0, lstat(path.c_str(), &info));
+        EXPECT_TRUE(S_ISLNK(info.st_mode));
+        EXPECT_FALSE(fileExists(victim + "-missing"));
+        EXPECT_EQ("precious", readFile(victim));
+        std::remove(victim.c_str());
+        // The document goes with its store; the removal deletes the link, not what it points to.
+        ASSERT_EQ(1, dk_Destroy(&ctx));
+    }
 }
 
 TEST_F(Spool, SaveOfACleanStoreReturns0)
