@@ -31,6 +31,20 @@ void dk_LoadRaise(int32_t code)
     dk_OnNAVOError(code);
 }
 
+void *dk_LoadAppendNote(void **array, int32_t *count, size_t noteSize)
+{
+    int ok;
+    char *notes = dk_mem_resize_array(*array, (size_t)*count + 1, noteSize, &ok);
+    char *note;
+    if (!ok)
+        return NULL;
+    *array = notes;
+    note = notes + (size_t)*count * noteSize;
+    (*count)++;
+    memset(note, 0, noteSize);
+    return note;
+}
+
 /* One section's working state (Part 4.5, "Data model"). */
 typedef struct dk_SectionState {
     dk_Context *ctx;
@@ -146,39 +160,27 @@ static int32_t dk_SectionBlock(dk_SectionState *s)
 /* Step 29: a <BLAD> note of the document. */
 static int32_t dk_SectionErrorNote(dk_SectionState *s)
 {
-    dk_DocFooter *footer;
-    dk_ErrorNote *notes;
-    int ok;
+    dk_DocFooter *footer = &s->target.document->footer;
+    dk_ErrorNote *note;
     if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
         return DK_ERR_READ;
-    footer = &s->target.document->footer;
-    notes = dk_mem_resize_array(footer->errorNotes, (size_t)footer->errorCount + 1, sizeof *notes, &ok);
-    if (!ok)
+    note = dk_LoadAppendNote((void **)&footer->errorNotes, &footer->errorCount, sizeof *note);
+    if (note == NULL)
         return DK_ERR_MEMORY;
-    footer->errorNotes = notes;
-    footer->errorCount++;
-    memset(&notes[footer->errorCount - 1], 0, sizeof *notes);
-    dk_fmtCutLines(&notes[footer->errorCount - 1], dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES, s->text);
+    dk_fmtCutLines(note, dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES, s->text);
     return DK_ERR_NONE;
 }
 
 /* Step 30: an <OCR.x> note of the document; the kind comes from the tag. */
 static int32_t dk_SectionOcrNote(dk_SectionState *s)
 {
-    dk_DocFooter *footer;
-    dk_OcrNote *notes;
+    dk_DocFooter *footer = &s->target.document->footer;
     dk_OcrNote *note;
-    int ok;
     if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
         return DK_ERR_READ;
-    footer = &s->target.document->footer;
-    notes = dk_mem_resize_array(footer->ocrNotes, (size_t)footer->ocrCount + 1, sizeof *notes, &ok);
-    if (!ok)
+    note = dk_LoadAppendNote((void **)&footer->ocrNotes, &footer->ocrCount, sizeof *note);
+    if (note == NULL)
         return DK_ERR_MEMORY;
-    footer->ocrNotes = notes;
-    footer->ocrCount++;
-    note = &notes[footer->ocrCount - 1];
-    memset(note, 0, sizeof *note);
     note->kind = dk_fmtOcrKindOfTag(s->tag + sizeof DK_TAG_OCR_OPEN_PREFIX - 1);
     dk_fmtCutLines(note, dk_fmtOcrNoteLines, DK_OCR_NOTE_LINES, s->text);
     return DK_ERR_NONE;

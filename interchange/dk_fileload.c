@@ -4,7 +4,6 @@
 #include <string.h>
 
 #include "dk_alloc.h"
-#include "dk_context.h"
 #include "dk_docload.h"
 #include "dk_format.h"
 #include "dk_scanner.h"
@@ -73,20 +72,14 @@ static void dk_LoadEmptyContext(dk_Context *ctx)
     }
 }
 
-/* Steps 12 and 13: the chosen text as definition 0 and new tables with a pool of 10. The Part
-   leaves a failure here open; without a definition and tables the load cannot go on, so it fails
-   with code 9, the catalogue's out-of-memory code (docs/decisions.md). */
+/* Steps 12 and 13: the chosen text as definition 0 and new tables with a pool of 10; the old
+   tables, empty since step 5, are released by dk_InitDocuments itself. The Part leaves a failure
+   here open; without a definition and tables the load cannot go on, so it fails with code 9, the
+   catalogue's out-of-memory code (docs/decisions.md). */
 static int dk_LoadDefinitionAndTables(dk_Context *ctx, const char *text)
 {
-    if (!dk_dfLoadDefinition(ctx->definitions, ctx->dictionary, text))
-        return 0;
-    if (ctx->filePool != NULL || ctx->documentLists != NULL) {
-        dk_mem_free(ctx->documentLists);
-        ctx->documentLists = NULL;
-        ctx->formCount = 0;
-        dk_ContextReleasePool(ctx);
-    }
-    return dk_InitDocuments(ctx, DK_LOAD_POOL_CAPACITY);
+    return dk_dfLoadDefinition(ctx->definitions, ctx->dictionary, text) &&
+           dk_InitDocuments(ctx, DK_LOAD_POOL_CAPACITY);
 }
 
 /* Steps 24 to 28: error notes until "</stopka.NAVO>". */
@@ -94,8 +87,7 @@ static int32_t dk_LoadFooter(dk_LoadState *s)
 {
     dk_FileFooter *footer = &s->ctx->footer;
     for (;;) {
-        dk_ErrorNote *notes;
-        int ok;
+        dk_ErrorNote *note;
         if (!dk_LoadStringforTag(s->stream, s->line, (int32_t)sizeof s->line))
             return dk_LoadFail(s, DK_ERR_TAG);
         if (strncmp(s->line, DK_TAG_FILE_FOOTER_CLOSE, sizeof s->line) == 0)
@@ -104,13 +96,10 @@ static int32_t dk_LoadFooter(dk_LoadState *s)
             return dk_LoadFail(s, DK_ERR_TAG);
         if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
             return dk_LoadFail(s, DK_ERR_READ);
-        notes = dk_mem_resize_array(footer->notes, (size_t)footer->noteCount + 1, sizeof *notes, &ok);
-        if (!ok)
+        note = dk_LoadAppendNote((void **)&footer->notes, &footer->noteCount, sizeof *note);
+        if (note == NULL)
             return dk_LoadFail(s, DK_ERR_MEMORY);
-        footer->notes = notes;
-        footer->noteCount++;
-        memset(&notes[footer->noteCount - 1], 0, sizeof *notes);
-        dk_fmtCutLines(&notes[footer->noteCount - 1], dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES, s->text);
+        dk_fmtCutLines(note, dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES, s->text);
     }
 }
 
