@@ -11,22 +11,6 @@ namespace {
 const char kOneForm[] = "Wersja 1\n\n[F, F]\nA, 1, 1\n\n<A, TA>\nX, 3, x\n";
 const char kNoForms[] = "Wersja 1\n\n<A, TA>\nX, 3, x\n";
 
-// A context that dk_Destroy cannot take down (Part 1.1 offers the host no call for it): the test
-// releases it part by part so that the leak checkers stay quiet.
-void releaseByHand(dk_Context *ctx)
-{
-    if (ctx == nullptr)
-        return;
-    if (ctx->filePool != nullptr) {
-        dk_Free(ctx->filePool->blocks);
-        dk_Free(ctx->filePool);
-    }
-    dk_Free(ctx->documentLists);
-    dk_dfDestroy(&ctx->definitions);
-    dk_sdDestroy(&ctx->dictionary);
-    dk_Free(ctx);
-}
-
 bool allZero(const void *p, size_t n)
 {
     const unsigned char *bytes = static_cast<const unsigned char *>(p);
@@ -76,7 +60,7 @@ TEST(Context, NewContextIsEmptyAndZero)
     EXPECT_EQ(nullptr, ctx->filePool);
     EXPECT_EQ(0, ctx->formCount);
     EXPECT_EQ(nullptr, ctx->documentLists);
-    releaseByHand(ctx);
+    navo_test::releaseRefusedContext(ctx);
 }
 
 TEST(Context, DestroyStraightAfterInitFailsAndLeavesTheContextUsable)
@@ -132,7 +116,7 @@ TEST(Context, DestroyWithAFormlessDefinitionFailsEvenWithTables)
     ASSERT_NE(nullptr, ctx);
     EXPECT_EQ(1, ctx->definitions->count);
     EXPECT_EQ(2, ctx->dictionary->count);
-    releaseByHand(ctx);
+    navo_test::releaseRefusedContext(ctx);
 }
 
 TEST(Context, NullAndSecondDestroyAreRefused)
@@ -171,14 +155,14 @@ TEST(Context, InitWithoutMemoryForDictionaryOrListKeepsThePartlyBuiltContext)
         EXPECT_EQ(n == 2, ctx->dictionary == nullptr) << n;
         EXPECT_EQ(n == 3, ctx->dictionary != nullptr && ctx->dictionary->buckets == nullptr) << n;
         EXPECT_EQ(nullptr, ctx->definitions) << n;
-        releaseByHand(ctx);
+        navo_test::releaseRefusedContext(ctx);
     }
     navo_test::FailureInjection injection;
     dk_Context *ctx = nullptr;
     injection.failNth(5);
     EXPECT_EQ(1, dk_Init(&ctx));
     injection.off();
-    releaseByHand(ctx);
+    navo_test::releaseRefusedContext(ctx);
     EXPECT_EQ(baseline, dk_mem_live_blocks());
 }
 

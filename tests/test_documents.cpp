@@ -18,17 +18,6 @@ namespace {
 
 class Documents : public StoreFixture {};
 
-// Takes down a context that dk_Destroy refuses (no tables), so the test leaks nothing.
-void releaseRefusedContext(dk_Context *&ctx)
-{
-    dk_mem_free(ctx->documentLists);
-    dk_ContextReleasePool(ctx);
-    dk_dfDestroy(&ctx->definitions);
-    dk_sdDestroy(&ctx->dictionary);
-    dk_mem_free(ctx);
-    ctx = nullptr;
-}
-
 const char *formlessDefinition()
 {
     return "Wersja N1\n\n<Blk, TG>\nA, 1, t\n";

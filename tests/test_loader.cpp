@@ -67,13 +67,9 @@ protected:
         dk_UstawCallBack(nullptr);
         dk_SetLoadObserver(nullptr);
         activeTrace = nullptr;
-        if (ctx != nullptr && !dk_Destroy(&ctx)) {
-            // A failed load before the tables were made: no call releases such a context.
-            dk_dfDestroy(&ctx->definitions);
-            dk_sdDestroy(&ctx->dictionary);
-            dk_Free(ctx->footer.notes);
-            dk_Free(ctx);
-        }
+        // A failed load before the tables were made leaves a context no call releases.
+        if (ctx != nullptr && !dk_Destroy(&ctx))
+            navo_test::releaseRefusedContext(ctx);
         EXPECT_EQ(std::vector<std::string>{}, spoolFiles()) << "spool files left behind";
     }
     std::string path() const { return tmp.path() + "/input.navo"; }

@@ -76,6 +76,22 @@ bool fileExists(const std::string &path)
     return stat(path.c_str(), &info) == 0;
 }
 
+void releaseRefusedContext(dk_Context *&ctx)
+{
+    if (ctx == nullptr)
+        return;
+    if (ctx->filePool != nullptr) {
+        dk_Free(ctx->filePool->blocks);
+        dk_Free(ctx->filePool);
+    }
+    dk_Free(ctx->documentLists);
+    dk_Free(ctx->footer.notes);
+    dk_dfDestroy(&ctx->definitions);
+    dk_sdDestroy(&ctx->dictionary);
+    dk_Free(ctx);
+    ctx = nullptr;
+}
+
 dk_Context *contextWithDefinition(const std::string &text, int32_t poolCapacity)
 {
     dk_Context *ctx = nullptr;

@@ -43,6 +43,10 @@ std::string readFile(const std::string &path);
 void writeFile(const std::string &path, const std::string &bytes);
 bool fileExists(const std::string &path);
 
+// Takes down, part by part, a context that dk_Destroy refuses (no tables: Part 1.1 offers the
+// host no call for it), so that the test leaks nothing; sets `ctx` to null.
+void releaseRefusedContext(dk_Context *&ctx);
+
 // Loads `text` as a definition into a fresh context and prepares the document tables.
 // Returns the context, or null when a step fails.
 dk_Context *contextWithDefinition(const std::string &text, int32_t poolCapacity = 10);
