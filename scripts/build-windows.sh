@@ -10,22 +10,7 @@ triplet=x86_64-w64-mingw32
 build=build/windows
 jobs=$(nproc 2>/dev/null || echo 2)
 
-need=()
-command -v cmake >/dev/null 2>&1 || need+=(cmake)
-command -v make >/dev/null 2>&1 || need+=(make)
-command -v "$triplet-gcc" >/dev/null 2>&1 || need+=(gcc-mingw-w64-x86-64 g++-mingw-w64-x86-64)
-command -v "$triplet-objdump" >/dev/null 2>&1 || need+=(binutils-mingw-w64-x86-64)
-if [ ${#need[@]} -gt 0 ]; then
-  if [ "$(id -u)" = 0 ]; then
-    echo "installing: ${need[*]}"
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get update -qq
-    apt-get install -y -qq --no-install-recommends "${need[@]}"
-  else
-    echo "missing packages: ${need[*]} (run as root, or: sudo apt-get install mingw-w64 cmake make)" >&2
-    exit 1
-  fi
-fi
+NAVO_NEED_WINDOWS=1 bash scripts/deps.sh
 
 cmake -S . -B "$build" \
   -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/mingw-w64-x86_64.cmake" \

@@ -17,6 +17,10 @@ if [ "${NAVO_NEED_TESTS:-0}" = 1 ]; then
     need+=(libclang-rt-dev)
   fi
 fi
+if [ "${NAVO_NEED_WINDOWS:-0}" = 1 ]; then
+  command -v x86_64-w64-mingw32-gcc >/dev/null 2>&1 || need+=(gcc-mingw-w64-x86-64 g++-mingw-w64-x86-64)
+  command -v x86_64-w64-mingw32-objdump >/dev/null 2>&1 || need+=(binutils-mingw-w64-x86-64)
+fi
 if [ "${NAVO_NEED_BENCH:-0}" = 1 ]; then
   [ -f /usr/include/expat.h ] || need+=(libexpat1-dev)
   command -v strace >/dev/null 2>&1 || need+=(strace)
