@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# test.sh - the whole test job: installs what is missing, builds with -Werror (gcc, and the
-# library once more with clang), runs the suite under ASan+UBSan, then under valgrind memcheck.
+# test.sh - the whole test job: installs what is missing; builds the library and the fuzz targets
+# with clang -Werror and replays the fuzz corpora; builds with gcc -Werror and runs the suite under
+# ASan+UBSan; links a C and a C++ host against the installed library; runs the suite under valgrind.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
