@@ -31,6 +31,13 @@
 #  define NAVO_CALL
 #endif
 
+/* C++ hosts see every function as noexcept: the library throws nothing. */
+#if defined(__cplusplus)
+#  define NAVO_NOEXCEPT noexcept
+#else
+#  define NAVO_NOEXCEPT
+#endif
+
 #define NAVO_VERSION_MAJOR 1
 #define NAVO_VERSION_MINOR 0
 #define NAVO_VERSION_PATCH 0
@@ -39,7 +46,7 @@
 extern "C" {
 #endif
 
-/* ---- Part 1.2: string dictionary ------------------------------------------------------ */
+/* ---- string dictionary ---------------------------------------------------------------------- */
 
 typedef struct dk_sdBucket {
     int32_t count;
@@ -53,7 +60,7 @@ typedef struct dk_sdDictionary {
     dk_sdBucket *buckets;
 } dk_sdDictionary;
 
-/* ---- Part 2.1: definitions ------------------------------------------------------------ */
+/* ---- definitions ---------------------------------------------------------------------------- */
 
 typedef struct dk_dfField {
     int32_t nameId;
@@ -96,7 +103,7 @@ typedef struct dk_dfDefinitionList {
     dk_dfDefinition *items;
 } dk_dfDefinitionList;
 
-/* ---- Part 1.1: envelope records ------------------------------------------------------- */
+/* ---- envelope records ----------------------------------------------------------------------- */
 
 typedef struct dk_FileProlog {
     char doctypeLine[50];
@@ -158,7 +165,7 @@ typedef struct dk_DocFooter {
     dk_ErrorNote *errorNotes;
 } dk_DocFooter;
 
-/* ---- Part 3.2: block stores and the file pool ----------------------------------------- */
+/* ---- block stores and the file pool --------------------------------------------------------- */
 
 typedef struct dk_lfField {
     int32_t loaded;
@@ -181,7 +188,7 @@ typedef struct dk_lfFilePool {
     dk_lfBlock **blocks;
 } dk_lfFilePool;
 
-/* ---- Part 3.1: document tables -------------------------------------------------------- */
+/* ---- document tables ------------------------------------------------------------------------ */
 
 typedef struct dk_Document {
     dk_lfFilePool *filePool;
@@ -196,7 +203,7 @@ typedef struct dk_DocumentList {
     dk_Document *documents;
 } dk_DocumentList;
 
-/* ---- Part 1.1: the context ------------------------------------------------------------ */
+/* ---- the context ---------------------------------------------------------------------------- */
 
 typedef struct dk_Context {
     dk_sdDictionary *dictionary;
@@ -209,7 +216,7 @@ typedef struct dk_Context {
     dk_DocumentList *documentLists;
 } dk_Context;
 
-/* ---- Part 1.3: the document callback and the exported variables ----------------------- */
+/* ---- the document callback and the exported variables --------------------------------------- */
 
 typedef int32_t (NAVO_CALL *dk_DocumentCallback)(dk_Context *ctx, const char *form, int32_t docIndex);
 
@@ -217,121 +224,121 @@ NAVO_API extern int32_t i_lNumerLinii;
 NAVO_API extern int32_t i_lLinii;
 NAVO_API extern dk_DocumentCallback OnNAVODocument;
 
-/* ---- Context (Part 1.1) --------------------------------------------------------------- */
+/* ---- Context -------------------------------------------------------------------------------- */
 
-NAVO_API int32_t NAVO_CALL dk_Init(dk_Context **out);
-NAVO_API int32_t NAVO_CALL dk_Destroy(dk_Context **ctx);
-NAVO_API void *NAVO_CALL dk_Malloc(size_t size);
-NAVO_API void NAVO_CALL dk_Free(void *pointer);
+NAVO_API int32_t NAVO_CALL dk_Init(dk_Context **out) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_Destroy(dk_Context **ctx) NAVO_NOEXCEPT;
+NAVO_API void *NAVO_CALL dk_Malloc(size_t size) NAVO_NOEXCEPT;
+NAVO_API void NAVO_CALL dk_Free(void *pointer) NAVO_NOEXCEPT;
 
-/* ---- Dictionary (Part 1.2) ------------------------------------------------------------ */
+/* ---- Dictionary ----------------------------------------------------------------------------- */
 
-NAVO_API int32_t NAVO_CALL dk_sdInit(dk_sdDictionary **out, uint32_t bucketCount);
-NAVO_API int32_t NAVO_CALL dk_sdDestroy(dk_sdDictionary **dictionary);
-NAVO_API int32_t NAVO_CALL dk_sdGetID(dk_sdDictionary *dictionary, const char *text, int32_t *out);
-NAVO_API int32_t NAVO_CALL dk_sdGetSafeID(dk_sdDictionary *dictionary, const char *text, int32_t *out);
-NAVO_API int32_t NAVO_CALL dk_sdAddStr(dk_sdDictionary *dictionary, const char *text);
-NAVO_API int32_t NAVO_CALL dk_sdDelStr(dk_sdDictionary *dictionary, const char *text);
-NAVO_API int32_t NAVO_CALL dk_sdDopisz(dk_sdDictionary *dictionary, const char *text);
-NAVO_API int32_t NAVO_CALL dk_sdStrCmp(const char *left, const char *right);
-NAVO_API int32_t NAVO_CALL dk_sdTrimAll(const char *text, char *out, int32_t size);
+NAVO_API int32_t NAVO_CALL dk_sdInit(dk_sdDictionary **out, uint32_t bucketCount) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_sdDestroy(dk_sdDictionary **dictionary) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_sdGetID(dk_sdDictionary *dictionary, const char *text, int32_t *out) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_sdGetSafeID(dk_sdDictionary *dictionary, const char *text, int32_t *out) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_sdAddStr(dk_sdDictionary *dictionary, const char *text) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_sdDelStr(dk_sdDictionary *dictionary, const char *text) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_sdDopisz(dk_sdDictionary *dictionary, const char *text) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_sdStrCmp(const char *left, const char *right) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_sdTrimAll(const char *text, char *out, int32_t size) NAVO_NOEXCEPT;
 
-/* ---- Status and hooks (Part 1.3) ------------------------------------------------------ */
+/* ---- Status and hooks ----------------------------------------------------------------------- */
 
-NAVO_API int32_t NAVO_CALL dk_GetNAVOLine(void);
-NAVO_API int32_t NAVO_CALL dk_GetNAVOError(void);
-NAVO_API int32_t NAVO_CALL dk_GetNAVOErrorMessage(int32_t code, char *out, int32_t size);
-NAVO_API int32_t NAVO_CALL dk_GetLastNAVOErrorMessage(char *out, int32_t size);
-NAVO_API void NAVO_CALL dk_UstawCallBack(dk_DocumentCallback callback);
-NAVO_API int32_t NAVO_CALL dk_OnNAVOError(int32_t code);
+NAVO_API int32_t NAVO_CALL dk_GetNAVOLine(void) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_GetNAVOError(void) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_GetNAVOErrorMessage(int32_t code, char *out, int32_t size) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_GetLastNAVOErrorMessage(char *out, int32_t size) NAVO_NOEXCEPT;
+NAVO_API void NAVO_CALL dk_UstawCallBack(dk_DocumentCallback callback) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_OnNAVOError(int32_t code) NAVO_NOEXCEPT;
 NAVO_API void NAVO_CALL dk_OnNAVOBlock(dk_Context *ctx, const char *form, int32_t docIndex,
-                                       const char *block, int32_t recordIndex);
-NAVO_API int32_t NAVO_CALL dk_OnNAVODocument(dk_Context *ctx, const char *form, int32_t docIndex);
+                                       const char *block, int32_t recordIndex) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_OnNAVODocument(dk_Context *ctx, const char *form, int32_t docIndex) NAVO_NOEXCEPT;
 
-/* ---- Definitions (Part 2.1) and embedded texts (Part 2.2) ----------------------------- */
+/* ---- Definitions and embedded texts --------------------------------------------------------- */
 
-NAVO_API int32_t NAVO_CALL dk_dfInit(dk_dfDefinitionList **out);
+NAVO_API int32_t NAVO_CALL dk_dfInit(dk_dfDefinitionList **out) NAVO_NOEXCEPT;
 NAVO_API int32_t NAVO_CALL dk_dfLoadDefinition(dk_dfDefinitionList *list, dk_sdDictionary *dictionary,
-                                               const char *text);
-NAVO_API int32_t NAVO_CALL dk_dfDestroyDefinition(dk_dfDefinitionList *list, int32_t index);
-NAVO_API int32_t NAVO_CALL dk_dfDestroy(dk_dfDefinitionList **list);
+                                               const char *text) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_dfDestroyDefinition(dk_dfDefinitionList *list, int32_t index) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_dfDestroy(dk_dfDefinitionList **list) NAVO_NOEXCEPT;
 
-NAVO_API const char *NAVO_CALL GetDefTXT_1_2(void);
-NAVO_API const char *NAVO_CALL GetDefTXT_1_3(void);
+NAVO_API const char *NAVO_CALL GetDefTXT_1_2(void) NAVO_NOEXCEPT;
+NAVO_API const char *NAVO_CALL GetDefTXT_1_3(void) NAVO_NOEXCEPT;
 
-/* ---- Documents (Part 3.1) ------------------------------------------------------------- */
+/* ---- Documents ------------------------------------------------------------------------------ */
 
-NAVO_API int32_t NAVO_CALL dk_InitDocuments(dk_Context *ctx, int32_t size);
-NAVO_API int32_t NAVO_CALL dk_1fGetIDFormularza(dk_Context *ctx, const char *form);
-NAVO_API int32_t NAVO_CALL dk_AddDocument(dk_Context *ctx, const char *form, int32_t *out);
-NAVO_API int32_t NAVO_CALL dk_RemoveDocument(dk_Context *ctx, const char *form, int32_t docIndex);
-NAVO_API int32_t NAVO_CALL dk_RemoveDocuments(dk_Context *ctx, const char *form);
-NAVO_API int32_t NAVO_CALL dk_RemoveAllDocuments(dk_Context *ctx);
-NAVO_API int32_t NAVO_CALL dk_GetDocCount(dk_Context *ctx, const char *form, int32_t *out);
+NAVO_API int32_t NAVO_CALL dk_InitDocuments(dk_Context *ctx, int32_t size) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_1fGetIDFormularza(dk_Context *ctx, const char *form) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_AddDocument(dk_Context *ctx, const char *form, int32_t *out) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_RemoveDocument(dk_Context *ctx, const char *form, int32_t docIndex) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_RemoveDocuments(dk_Context *ctx, const char *form) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_RemoveAllDocuments(dk_Context *ctx) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_GetDocCount(dk_Context *ctx, const char *form, int32_t *out) NAVO_NOEXCEPT;
 
-/* ---- Spool (Part 3.2) ----------------------------------------------------------------- */
+/* ---- Spool ---------------------------------------------------------------------------------- */
 
-NAVO_API int32_t NAVO_CALL dk_lfBlockSave(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block);
+NAVO_API int32_t NAVO_CALL dk_lfBlockSave(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block) NAVO_NOEXCEPT;
 
-/* ---- Fields (Part 3.3) ---------------------------------------------------------------- */
+/* ---- Fields --------------------------------------------------------------------------------- */
 
 NAVO_API int32_t NAVO_CALL dk_SetField(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                       int32_t recordIndex, const char *field, const char *value);
+                                       int32_t recordIndex, const char *field, const char *value) NAVO_NOEXCEPT;
 NAVO_API int32_t NAVO_CALL dk_GetField(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                       int32_t recordIndex, const char *field, char *out, int32_t size);
+                                       int32_t recordIndex, const char *field, char *out, int32_t size) NAVO_NOEXCEPT;
 
-/* ---- Records of repeating blocks (Part 3.4) ------------------------------------------- */
+/* ---- Records of repeating blocks ------------------------------------------------------------ */
 
 NAVO_API int32_t NAVO_CALL dk_AddBlock(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                       int32_t *out);
+                                       int32_t *out) NAVO_NOEXCEPT;
 NAVO_API int32_t NAVO_CALL dk_RemoveBlock(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                          int32_t recordIndex);
+                                          int32_t recordIndex) NAVO_NOEXCEPT;
 NAVO_API int32_t NAVO_CALL dk_GetBlockCount(dk_Context *ctx, const char *form, int32_t docIndex,
-                                            const char *block, int32_t *out);
+                                            const char *block, int32_t *out) NAVO_NOEXCEPT;
 
-/* ---- Packed access (Part 3.5) --------------------------------------------------------- */
+/* ---- Packed access -------------------------------------------------------------------------- */
 
 NAVO_API int32_t NAVO_CALL dk_GetNAVODocument(dk_Context *ctx, const char *form, int32_t docIndex, char **out,
-                                              int32_t size);
+                                              int32_t size) NAVO_NOEXCEPT;
 NAVO_API int32_t NAVO_CALL dk_GetNAVOBlock(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                           int32_t recordIndex, char **out, int32_t size);
+                                           int32_t recordIndex, char **out, int32_t size) NAVO_NOEXCEPT;
 NAVO_API int32_t NAVO_CALL dk_SetNAVODocument(dk_Context *ctx, const char *form, int32_t docIndex,
-                                              const char *value, int32_t size);
+                                              const char *value, int32_t size) NAVO_NOEXCEPT;
 NAVO_API int32_t NAVO_CALL dk_SetNAVOBlock(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                           int32_t recordIndex, const char *value, int32_t size);
+                                           int32_t recordIndex, const char *value, int32_t size) NAVO_NOEXCEPT;
 
-/* ---- Envelope (Part 4.2) -------------------------------------------------------------- */
+/* ---- Envelope ------------------------------------------------------------------------------- */
 
-NAVO_API int32_t NAVO_CALL dk_SetDefaultNAVOProlog(dk_Context *ctx, const char *version);
-NAVO_API int32_t NAVO_CALL dk_GetNAVOProlog(dk_Context *ctx, dk_FileProlog **out);
-NAVO_API int32_t NAVO_CALL dk_GetNAVOHeader(dk_Context *ctx, dk_FileHeader **out);
-NAVO_API int32_t NAVO_CALL dk_GetNAVOFooter(dk_Context *ctx, dk_FileFooter **out);
-NAVO_API int32_t NAVO_CALL dk_GetDocHeader(dk_Context *ctx, const char *form, int32_t docIndex, dk_DocHeader **out);
-NAVO_API int32_t NAVO_CALL dk_GetDocFooter(dk_Context *ctx, const char *form, int32_t docIndex, dk_DocFooter **out);
-NAVO_API int32_t NAVO_CALL dk_AddNAVOError(dk_Context *ctx, const dk_ErrorNote *note);
+NAVO_API int32_t NAVO_CALL dk_SetDefaultNAVOProlog(dk_Context *ctx, const char *version) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_GetNAVOProlog(dk_Context *ctx, dk_FileProlog **out) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_GetNAVOHeader(dk_Context *ctx, dk_FileHeader **out) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_GetNAVOFooter(dk_Context *ctx, dk_FileFooter **out) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_GetDocHeader(dk_Context *ctx, const char *form, int32_t docIndex, dk_DocHeader **out) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_GetDocFooter(dk_Context *ctx, const char *form, int32_t docIndex, dk_DocFooter **out) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_AddNAVOError(dk_Context *ctx, const dk_ErrorNote *note) NAVO_NOEXCEPT;
 NAVO_API int32_t NAVO_CALL dk_AddDocError(dk_Context *ctx, const char *form, int32_t docIndex,
-                                          const dk_ErrorNote *note);
-NAVO_API int32_t NAVO_CALL dk_AddDocOCR(dk_Context *ctx, const char *form, int32_t docIndex, const dk_OcrNote *note);
+                                          const dk_ErrorNote *note) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_AddDocOCR(dk_Context *ctx, const char *form, int32_t docIndex, const dk_OcrNote *note) NAVO_NOEXCEPT;
 
-/* ---- Readers (Part 4.3) --------------------------------------------------------------- */
+/* ---- Readers -------------------------------------------------------------------------------- */
 
-NAVO_API int32_t NAVO_CALL dk_LoadChar(FILE *stream);
-NAVO_API int32_t NAVO_CALL dk_LoadStringbyLen(FILE *stream, char *out, int32_t size, int32_t count);
-NAVO_API int32_t NAVO_CALL dk_LoadStringforTag(FILE *stream, char *out, int32_t size);
-NAVO_API int32_t NAVO_CALL dk_LoadStringtoTerminator(FILE *stream, char **out, const char *block);
+NAVO_API int32_t NAVO_CALL dk_LoadChar(FILE *stream) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_LoadStringbyLen(FILE *stream, char *out, int32_t size, int32_t count) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_LoadStringforTag(FILE *stream, char *out, int32_t size) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_LoadStringtoTerminator(FILE *stream, char **out, const char *block) NAVO_NOEXCEPT;
 
-/* ---- Load (Part 4.4) and save (Part 4.6) ---------------------------------------------- */
+/* ---- Load and save -------------------------------------------------------------------------- */
 
-NAVO_API int32_t NAVO_CALL dk_LoadNAVO(dk_Context *ctx, const char *path);
+NAVO_API int32_t NAVO_CALL dk_LoadNAVO(dk_Context *ctx, const char *path) NAVO_NOEXCEPT;
 
-NAVO_API int32_t NAVO_CALL dk_OpenFileforSave(FILE **out, const char *path);
-NAVO_API int32_t NAVO_CALL dk_SaveProlog(dk_Context *ctx, FILE *stream);
-NAVO_API int32_t NAVO_CALL dk_SaveHeader(dk_Context *ctx, FILE *stream);
+NAVO_API int32_t NAVO_CALL dk_OpenFileforSave(FILE **out, const char *path) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_SaveProlog(dk_Context *ctx, FILE *stream) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_SaveHeader(dk_Context *ctx, FILE *stream) NAVO_NOEXCEPT;
 NAVO_API int32_t NAVO_CALL dk_SaveDocument(dk_Context *ctx, const char *form, int32_t docIndex, FILE *stream,
-                                          int32_t envelope);
-NAVO_API int32_t NAVO_CALL dk_SaveFooter(dk_Context *ctx, FILE *stream);
-NAVO_API int32_t NAVO_CALL dk_CloseFile(FILE *stream);
-NAVO_API int32_t NAVO_CALL dk_SaveNAVO(dk_Context *ctx, const char *path, int32_t envelope);
+                                          int32_t envelope) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_SaveFooter(dk_Context *ctx, FILE *stream) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_CloseFile(FILE *stream) NAVO_NOEXCEPT;
+NAVO_API int32_t NAVO_CALL dk_SaveNAVO(dk_Context *ctx, const char *path, int32_t envelope) NAVO_NOEXCEPT;
 
 #ifdef __cplusplus
 }

@@ -95,14 +95,14 @@ TEST(Context, DestroyWithDefinitionButNoTablesKeepsEverything)
 
 TEST(Context, DestroyAfterInitDocumentsWithoutDocumentsSucceeds)
 {
-    const int64_t baseline = dk_mem_live_blocks();
+    const int64_t baseline = navo::memory::live_blocks();
     dk_Context *ctx = nullptr;
     ASSERT_EQ(1, dk_Init(&ctx));
     ASSERT_EQ(1, dk_dfLoadDefinition(ctx->definitions, ctx->dictionary, kOneForm));
     ASSERT_EQ(1, dk_InitDocuments(ctx, 3));
     EXPECT_EQ(1, dk_Destroy(&ctx));
     EXPECT_EQ(nullptr, ctx);
-    EXPECT_EQ(baseline, dk_mem_live_blocks());
+    EXPECT_EQ(baseline, navo::memory::live_blocks());
 }
 
 TEST(Context, DestroyWithAFormlessDefinitionFailsEvenWithTables)
@@ -143,7 +143,7 @@ TEST(Context, InitWithoutMemoryForTheRecord)
 
 TEST(Context, InitWithoutMemoryForDictionaryOrListKeepsThePartlyBuiltContext)
 {
-    const int64_t baseline = dk_mem_live_blocks();
+    const int64_t baseline = navo::memory::live_blocks();
     // Allocations of dk_Init: context, dictionary record, buckets, definition list.
     for (int64_t n = 2; n <= 4; n++) {
         navo_test::FailureInjection injection;
@@ -163,19 +163,19 @@ TEST(Context, InitWithoutMemoryForDictionaryOrListKeepsThePartlyBuiltContext)
     EXPECT_EQ(1, dk_Init(&ctx));
     injection.off();
     navo_test::releaseRefusedContext(ctx);
-    EXPECT_EQ(baseline, dk_mem_live_blocks());
+    EXPECT_EQ(baseline, navo::memory::live_blocks());
 }
 
 TEST(Context, MallocAndFreeShareTheLibraryHeap)
 {
-    const int64_t baseline = dk_mem_live_blocks();
+    const int64_t baseline = navo::memory::live_blocks();
     void *block = dk_Malloc(100);
     ASSERT_NE(nullptr, block);
     std::memset(block, 0xAB, 100);
-    EXPECT_EQ(baseline + 1, dk_mem_live_blocks());
+    EXPECT_EQ(baseline + 1, navo::memory::live_blocks());
     dk_Free(block);
     dk_Free(nullptr);
-    EXPECT_EQ(baseline, dk_mem_live_blocks());
+    EXPECT_EQ(baseline, navo::memory::live_blocks());
     navo_test::FailureInjection injection;
     injection.failNth(1);
     EXPECT_EQ(nullptr, dk_Malloc(16));

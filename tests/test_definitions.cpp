@@ -6,10 +6,8 @@
 
 #include "test_support.h"
 
-extern "C" {
-#include "dk_deffile.h"
-#include "dk_dict.h"
-}
+#include "definitions/definition_loader.hpp"
+#include "core/dictionary.hpp"
 
 namespace {
 
@@ -361,11 +359,11 @@ TEST(DefinitionFailure, BrokenTextsAreRemovedAndTheirStringsStay)
     };
     for (const FailureCase &c : cases) {
         Loaded l;
-        const int64_t before = dk_mem_live_blocks();
+        const int64_t before = navo::memory::live_blocks();
         EXPECT_EQ(0, l.load(c.text)) << c.label;
         EXPECT_EQ(0, l.list->count) << c.label;
         EXPECT_EQ(nullptr, l.list->items) << c.label;
-        EXPECT_GE(dk_mem_live_blocks(), before) << c.label;  // interned strings stay
+        EXPECT_GE(navo::memory::live_blocks(), before) << c.label;  // interned strings stay
         // The index is free again and a sound text loads under the same name.
         EXPECT_EQ(1, l.load("Wersja 1\n\n<Q, TQ>\nP, 4\n")) << c.label;
     }
@@ -406,7 +404,7 @@ TEST(DefinitionFailure, TooLongLineEndsTheLoadSafely)
 // failure removes it. In all cases the dictionary is sound and nothing leaks.
 TEST(DefinitionFailure, EveryAllocationOfALoadFailsInTurn)
 {
-    const int64_t baseline = dk_mem_live_blocks();
+    const int64_t baseline = navo::memory::live_blocks();
     int halfBuilt = 0;
     int removed = 0;
     int64_t n = 1;
@@ -446,7 +444,7 @@ TEST(DefinitionFailure, EveryAllocationOfALoadFailsInTurn)
     EXPECT_EQ(30, halfBuilt);
     EXPECT_EQ(n - 1 - 30, removed);
     EXPECT_GT(removed, 0);
-    EXPECT_EQ(baseline, dk_mem_live_blocks());
+    EXPECT_EQ(baseline, navo::memory::live_blocks());
 }
 
 TEST(DefinitionFailure, ListInitWithoutMemory)

@@ -9,9 +9,7 @@
 
 #include "test_support.h"
 
-extern "C" {
-#include "dk_dict.h"
-}
+#include "core/dictionary.hpp"
 
 namespace {
 
@@ -359,7 +357,7 @@ TEST(DictionaryTrim, StopsAsSoonAsTheBufferFills)
 // every count matching its array, no bucket holding an ID without a string, and nothing leaked.
 TEST(DictionaryFailure, EveryAllocationOfAnAddFailsInTurn)
 {
-    const int64_t baseline = dk_mem_live_blocks();
+    const int64_t baseline = navo::memory::live_blocks();
     for (bool withFreeSlot : {false, true}) {
         for (int64_t n = 1;; n++) {
             navo_test::FailureInjection injection;
@@ -388,12 +386,12 @@ TEST(DictionaryFailure, EveryAllocationOfAnAddFailsInTurn)
             ASSERT_LT(n, 20);
         }
     }
-    EXPECT_EQ(baseline, dk_mem_live_blocks());
+    EXPECT_EQ(baseline, navo::memory::live_blocks());
 }
 
 TEST(DictionaryFailure, StickyFailureFromEveryPointKeepsTheDictionarySound)
 {
-    const int64_t baseline = dk_mem_live_blocks();
+    const int64_t baseline = navo::memory::live_blocks();
     for (int64_t n = 1; n <= 60; n++) {
         navo_test::FailureInjection injection;
         Dictionary dict(7);
@@ -408,7 +406,7 @@ TEST(DictionaryFailure, StickyFailureFromEveryPointKeepsTheDictionarySound)
             found += dict.id("name" + std::to_string(i)) >= 0;
         EXPECT_EQ(added, found);
     }
-    EXPECT_EQ(baseline, dk_mem_live_blocks());
+    EXPECT_EQ(baseline, navo::memory::live_blocks());
 }
 
 TEST(DictionaryFailure, InitWithoutMemory)

@@ -7,10 +7,8 @@
 
 #include "store_fixture.h"
 
-extern "C" {
-#include "dk_context.h"
-#include "dk_tempfile.h"
-}
+#include "core/context.hpp"
+#include "platform/temp_file.hpp"
 
 using namespace navo_test;
 
@@ -29,18 +27,18 @@ const char *formlessDefinition()
 
 TEST(Lifecycle, DestroyAfterInitDocumentsWithoutDocumentsReturns1)
 {
-    int64_t baseline = dk_mem_live_blocks();
+    int64_t baseline = navo::memory::live_blocks();
     dk_Context *ctx = contextWithDefinition(storeDefinition(), 3);
     ASSERT_NE(nullptr, ctx);
     ASSERT_EQ(2, ctx->formCount);
     EXPECT_EQ(1, dk_Destroy(&ctx));
     EXPECT_EQ(nullptr, ctx);
-    EXPECT_EQ(baseline, dk_mem_live_blocks());
+    EXPECT_EQ(baseline, navo::memory::live_blocks());
 }
 
 TEST(Lifecycle, DestroyWithFormlessDefinitionReturns0EvenAfterInitDocuments)
 {
-    int64_t baseline = dk_mem_live_blocks();
+    int64_t baseline = navo::memory::live_blocks();
     dk_Context *ctx = nullptr;
     ASSERT_EQ(1, dk_Init(&ctx));
     ASSERT_EQ(1, dk_dfLoadDefinition(ctx->definitions, ctx->dictionary, formlessDefinition()));
@@ -55,13 +53,13 @@ TEST(Lifecycle, DestroyWithFormlessDefinitionReturns0EvenAfterInitDocuments)
     EXPECT_EQ(before, ctx);
     EXPECT_EQ(1, ctx->definitions->count);
     releaseRefusedContext(ctx);
-    EXPECT_EQ(baseline, dk_mem_live_blocks());
+    EXPECT_EQ(baseline, navo::memory::live_blocks());
 }
 
 TEST(Lifecycle, DestroyStraightAfterInitReturns0AndContextStaysUsable)
 {
     ScopedTempDir tmp;
-    int64_t baseline = dk_mem_live_blocks();
+    int64_t baseline = navo::memory::live_blocks();
     dk_Context *ctx = nullptr;
     ASSERT_EQ(1, dk_Init(&ctx));
     dk_Context *before = ctx;
@@ -76,7 +74,7 @@ TEST(Lifecycle, DestroyStraightAfterInitReturns0AndContextStaysUsable)
     EXPECT_EQ(1, dk_Destroy(&ctx));
     EXPECT_EQ(nullptr, ctx);
     EXPECT_TRUE(tmp.entries().empty());
-    EXPECT_EQ(baseline, dk_mem_live_blocks());
+    EXPECT_EQ(baseline, navo::memory::live_blocks());
 }
 
 TEST(Lifecycle, RemoveAllDocumentsBeforeInitDocumentsReturns0)
@@ -275,7 +273,7 @@ TEST_F(Documents, AddDocumentAllocationFailuresOneByOne)
     int32_t index = -1;
     int64_t n = 1;
     for (; n < 100; n++) {
-        int64_t live = dk_mem_live_blocks();
+        int64_t live = navo::memory::live_blocks();
         failures.failNth(n);
         result = dk_AddDocument(ctx, "F", &index);
         failures.off();
@@ -287,7 +285,7 @@ TEST_F(Documents, AddDocumentAllocationFailuresOneByOne)
         EXPECT_EQ(before, tmp.entries());  // no spool file left behind
         EXPECT_EQ(1, ctx->filePool->count);
         EXPECT_EQ(store(0), ctx->filePool->blocks[0]);
-        EXPECT_EQ(live, dk_mem_live_blocks());
+        EXPECT_EQ(live, navo::memory::live_blocks());
         EXPECT_EQ("abc", get(0, 0, "A"));
     }
     ASSERT_EQ(1, result);

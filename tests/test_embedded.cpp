@@ -16,9 +16,7 @@
 
 #include "test_support.h"
 
-extern "C" {
-#include "dk_dict.h"
-}
+#include "core/dictionary.hpp"
 
 namespace {
 

@@ -7,9 +7,7 @@
 #include "navo_example.h"
 #include "test_support.h"
 
-extern "C" {
-#include "dk_envelope.h"
-}
+#include "interchange/envelope.hpp"
 
 using namespace navo_test;
 
@@ -19,7 +17,7 @@ class EnvelopeTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        baseline_ = dk_mem_live_blocks();
+        baseline_ = navo::memory::live_blocks();
         ctx_ = contextWithDefinition(exampleDefinition());
         ASSERT_NE(ctx_, nullptr);
         ASSERT_EQ(ctx_->formCount, 3);
@@ -27,7 +25,7 @@ protected:
     void TearDown() override
     {
         ASSERT_EQ(dk_Destroy(&ctx_), 1);
-        EXPECT_EQ(dk_mem_live_blocks(), baseline_);
+        EXPECT_EQ(navo::memory::live_blocks(), baseline_);
     }
     int32_t addDocument(const char *form = "TOBZBA")
     {

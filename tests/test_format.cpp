@@ -7,9 +7,7 @@
 
 #include "test_support.h"
 
-extern "C" {
-#include "dk_format.h"
-}
+#include "interchange/format.hpp"
 
 namespace {
 

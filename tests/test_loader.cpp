@@ -10,9 +10,7 @@
 #include "navo_builder.h"
 #include "test_support.h"
 
-extern "C" {
-#include "dk_docload.h"
-}
+#include "interchange/document_loader.hpp"
 
 using navo_test::BlockLayout;
 using navo_test::fixed;
@@ -771,7 +769,7 @@ TEST_F(Load, EveryAllocationOfALoadFailsInTurn)
                                   "<BLAD>\n" + fixed("F", 40) + "\n</BLAD>\n");
     navo_test::writeFile(path(), text);
     ASSERT_EQ(1, dk_LoadNAVO(ctx, path().c_str()));  // definitions and tables in place
-    const int64_t baseline = dk_mem_live_blocks();
+    const int64_t baseline = navo::memory::live_blocks();
     for (int64_t n = 1;; n++) {
         navo_test::FailureInjection injection;
         trace = Trace();
@@ -790,10 +788,10 @@ TEST_F(Load, EveryAllocationOfALoadFailsInTurn)
         EXPECT_TRUE(spoolFiles().empty()) << n;
         // The next load on the same context works and brings everything back in place.
         ASSERT_EQ(1, dk_LoadNAVO(ctx, path().c_str())) << n;
-        EXPECT_EQ(baseline, dk_mem_live_blocks()) << n;
+        EXPECT_EQ(baseline, navo::memory::live_blocks()) << n;
         ASSERT_LT(n, 2000);
     }
-    EXPECT_EQ(baseline, dk_mem_live_blocks());
+    EXPECT_EQ(baseline, navo::memory::live_blocks());
 }
 
 // Part 4.1 and issue 7: documents of every form whose name begins with TOB, built through the

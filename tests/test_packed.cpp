@@ -9,9 +9,7 @@
 #include "navo_example.h"
 #include "test_support.h"
 
-extern "C" {
-#include "dk_packed.h"
-}
+#include "store/packed_records.hpp"
 
 using namespace navo_test;
 
@@ -28,7 +26,7 @@ class PackedTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        baseline_ = dk_mem_live_blocks();
+        baseline_ = navo::memory::live_blocks();
         ctx_ = contextWithDefinition(exampleDefinition());
         ASSERT_NE(ctx_, nullptr);
         ASSERT_EQ(ctx_->formCount, 3);
@@ -37,7 +35,7 @@ protected:
     void TearDown() override
     {
         ASSERT_EQ(dk_Destroy(&ctx_), 1);
-        EXPECT_EQ(dk_mem_live_blocks(), baseline_);
+        EXPECT_EQ(navo::memory::live_blocks(), baseline_);
     }
     std::string field(const char *block, int32_t record, const char *name)
     {
@@ -367,7 +365,7 @@ TEST_F(PackedTest, FormWithoutBlocksPacksToNothing)
 TEST_F(PackedTest, AllocationFailuresReturnZeroWithOutNullAndLeakNothing)
 {
     fillSomeFields();
-    int64_t live = dk_mem_live_blocks();
+    int64_t live = navo::memory::live_blocks();
     std::string record = expectedRecord("7", "7777");
     std::string document = expectedDocument();
     struct Call {
@@ -402,11 +400,11 @@ TEST_F(PackedTest, AllocationFailuresReturnZeroWithOutNullAndLeakNothing)
             if (out != reinterpret_cast<char *>(this)) {
                 EXPECT_EQ(out, nullptr) << call.name << " n=" << n;
             }
-            EXPECT_EQ(dk_mem_live_blocks(), live) << call.name << " n=" << n;
+            EXPECT_EQ(navo::memory::live_blocks(), live) << call.name << " n=" << n;
             ASSERT_LT(n, 1000) << call.name;
         }
         EXPECT_GT(n, 1) << call.name << " allocates";
-        EXPECT_EQ(dk_mem_live_blocks(), live) << call.name;
+        EXPECT_EQ(navo::memory::live_blocks(), live) << call.name;
     }
     // After all of that the data is what the successful runs left.
     EXPECT_EQ(field("IORB", 1, "NumerRachunku"), padded("7777", 36));

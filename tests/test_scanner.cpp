@@ -8,10 +8,8 @@
 
 #include "test_support.h"
 
-extern "C" {
-#include "dk_scanner.h"
-#include "dk_textstream.h"
-}
+#include "interchange/scanner.hpp"
+#include "platform/text_stream.hpp"
 
 using navo_test::FailureInjection;
 using navo_test::ScopedTempDir;
@@ -529,11 +527,11 @@ TEST_F(Scanner, NullBlockFailsAtEndBeforeTheGreaterThan)
 TEST_F(Scanner, EmptyElementGivesAnAllocatedEmptyText)
 {
     char *out = nullptr;
-    int64_t before = dk_mem_live_blocks();
+    int64_t before = navo::memory::live_blocks();
     EXPECT_EQ(dk_LoadStringtoTerminator(raw("</T>"), &out, "T"), 1);
     ASSERT_NE(out, nullptr);
     EXPECT_STREQ(out, "");
-    EXPECT_EQ(dk_mem_live_blocks(), before + 1);
+    EXPECT_EQ(navo::memory::live_blocks(), before + 1);
     dk_Free(out);
     Element spaced = elementOf(raw("\n\t\n</T>"), "T");
     EXPECT_EQ(spaced.result, 1);
@@ -602,22 +600,22 @@ TEST_F(Scanner, GreaterThanInTextIsOrdinary)
 TEST_F(Scanner, EarlierTextIsReleasedAndTheBufferHandedOn)
 {
     FILE *s = raw("first</A>\nsecond</B>\n</C>");
-    int64_t before = dk_mem_live_blocks();
-    char *out = dk_mem_strdup("an earlier text");
+    int64_t before = navo::memory::live_blocks();
+    char *out = navo::memory::duplicate("an earlier text");
     ASSERT_NE(out, nullptr);
     EXPECT_EQ(dk_LoadStringtoTerminator(s, &out, "A"), 1);
     EXPECT_STREQ(out, "first");
-    EXPECT_EQ(dk_mem_live_blocks(), before + 1);
+    EXPECT_EQ(navo::memory::live_blocks(), before + 1);
     EXPECT_EQ(dk_LoadStringtoTerminator(s, &out, "B"), 1);
     EXPECT_STREQ(out, "second");
-    EXPECT_EQ(dk_mem_live_blocks(), before + 1);
+    EXPECT_EQ(navo::memory::live_blocks(), before + 1);
     EXPECT_EQ(dk_LoadStringtoTerminator(s, &out, nullptr), 1);
     EXPECT_STREQ(out, "");
     EXPECT_EQ(i_lNumerLinii, 3);
     // A failing call releases the earlier text first: null after a failure in the text.
     EXPECT_EQ(dk_LoadStringtoTerminator(s, &out, nullptr), 0);
     EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(dk_mem_live_blocks(), before);
+    EXPECT_EQ(navo::memory::live_blocks(), before);
 }
 
 TEST_F(Scanner, LongTextsGrowWithoutLimit)
@@ -635,11 +633,11 @@ TEST_F(Scanner, LongTextsGrowWithoutLimit)
 TEST_F(Scanner, FailedAllocationFailsTheReadWithNullAndNoLeak)
 {
     std::string body(300, 'x');
-    int64_t before = dk_mem_live_blocks();
+    int64_t before = navo::memory::live_blocks();
     int failures = 0;
     for (int64_t n = 1; n <= 30; n++) {
         FILE *s = raw(body + "</T>");
-        char *out = dk_mem_strdup("old");
+        char *out = navo::memory::duplicate("old");
         ASSERT_NE(out, nullptr);
         int32_t result;
         {
@@ -650,12 +648,12 @@ TEST_F(Scanner, FailedAllocationFailsTheReadWithNullAndNoLeak)
         if (result == 0) {
             failures++;
             EXPECT_EQ(out, nullptr) << "allocation " << n;
-            EXPECT_EQ(dk_mem_live_blocks(), before) << "allocation " << n;
+            EXPECT_EQ(navo::memory::live_blocks(), before) << "allocation " << n;
         } else {
             ASSERT_NE(out, nullptr);
             EXPECT_EQ(std::string(out), body);
             dk_Free(out);
-            EXPECT_EQ(dk_mem_live_blocks(), before);
+            EXPECT_EQ(navo::memory::live_blocks(), before);
         }
     }
     EXPECT_GE(failures, 2);  // the first allocation and at least one growth can fail

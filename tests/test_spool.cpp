@@ -7,9 +7,7 @@
 
 #include "store_fixture.h"
 
-extern "C" {
-#include "dk_spool.h"
-}
+#include "store/block_spool.hpp"
 
 using namespace navo_test;
 

@@ -7,9 +7,7 @@
 
 #include "test_support.h"
 
-extern "C" {
-#include "dk_status.h"
-}
+#include "core/status.hpp"
 
 namespace {
 

@@ -9,9 +9,7 @@
 
 #include "test_support.h"
 
-extern "C" {
-#include "dk_textstream.h"
-}
+#include "platform/text_stream.hpp"
 
 using navo_test::FailureInjection;
 using navo_test::readFile;
@@ -537,18 +535,18 @@ TEST_F(TextStream, BadModeAndMissingFileAreRefused)
 TEST_F(TextStream, FailedAllocationFailsTheOpenAndLeaksNothing)
 {
     writeFile(path(), "abc");
-    int64_t before = dk_mem_live_blocks();
+    int64_t before = navo::memory::live_blocks();
     {
         FailureInjection injection;
         injection.failNth(1);
         EXPECT_EQ(dk_textOpen(path().c_str(), "rt"), nullptr);
     }
-    EXPECT_EQ(dk_mem_live_blocks(), before);
+    EXPECT_EQ(navo::memory::live_blocks(), before);
     FILE *stream = dk_textOpen(path().c_str(), "rt");
     ASSERT_NE(stream, nullptr);
-    EXPECT_EQ(dk_mem_live_blocks(), before + 1);
+    EXPECT_EQ(navo::memory::live_blocks(), before + 1);
     fclose(stream);
-    EXPECT_EQ(dk_mem_live_blocks(), before);
+    EXPECT_EQ(navo::memory::live_blocks(), before);
 }
 
 TEST_F(TextStream, RandomContentMatchesTheRuntimeByteForByte)

@@ -11,9 +11,7 @@
 #include "navo_example.h"
 #include "test_support.h"
 
-extern "C" {
-#include "dk_writer.h"
-}
+#include "interchange/writer.hpp"
 
 using namespace navo_test;
 
@@ -90,7 +88,7 @@ class WriterTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        baseline_ = dk_mem_live_blocks();
+        baseline_ = navo::memory::live_blocks();
         ctx_ = contextWithDefinition(definitionText(), poolCapacity());
         ASSERT_NE(ctx_, nullptr);
         ASSERT_GE(ctx_->formCount, 1);
@@ -99,7 +97,7 @@ protected:
     void TearDown() override
     {
         ASSERT_EQ(dk_Destroy(&ctx_), 1);
-        EXPECT_EQ(dk_mem_live_blocks(), baseline_);
+        EXPECT_EQ(navo::memory::live_blocks(), baseline_);
     }
     virtual std::string definitionText() const { return exampleDefinition(); }
     virtual int32_t poolCapacity() const { return 10; }
@@ -556,7 +554,7 @@ TEST_F(SmallPoolWriterTest, AFailedFieldReadStopsTheDocument)
 TEST_F(WriterTest, AllocationFailuresStopTheSaveWithZeroAndLeakNothing)
 {
     ASSERT_TRUE(fillExample(ctx_));
-    int64_t live = dk_mem_live_blocks();
+    int64_t live = navo::memory::live_blocks();
     int64_t n = 1;
     for (;; n++) {
         int32_t result;
@@ -565,7 +563,7 @@ TEST_F(WriterTest, AllocationFailuresStopTheSaveWithZeroAndLeakNothing)
             failure.failNth(n);
             result = dk_SaveNAVO(ctx_, path_.c_str(), 1);
         }
-        EXPECT_EQ(dk_mem_live_blocks(), live) << "n=" << n;
+        EXPECT_EQ(navo::memory::live_blocks(), live) << "n=" << n;
         if (result == 1)
             break;
         // Whatever reached the file is the start of the example.
@@ -581,7 +579,7 @@ TEST_F(WriterTest, AllocationFailuresStopTheSaveWithZeroAndLeakNothing)
 TEST_F(WriterTest, AllocationFailuresInSingleSteps)
 {
     ASSERT_TRUE(fillExample(ctx_));
-    int64_t live = dk_mem_live_blocks();
+    int64_t live = navo::memory::live_blocks();
     {
         FailureInjection failure;
         FILE *stream = reinterpret_cast<FILE *>(this);
@@ -600,7 +598,7 @@ TEST_F(WriterTest, AllocationFailuresInSingleSteps)
             result = dk_SaveDocument(ctx_, "TOBZBA", 0, stream, 1);
         }
         EXPECT_EQ(dk_CloseFile(stream), 1);
-        EXPECT_EQ(dk_mem_live_blocks(), live);
+        EXPECT_EQ(navo::memory::live_blocks(), live);
         if (result == 1) {
             EXPECT_EQ(n, 20);  // one buffer for each of the 19 field lines: 2 + 12 + 2 * 2 + 1
             EXPECT_EQ(sink.bytes, lf(slice(exampleLines(), 12, 76)));

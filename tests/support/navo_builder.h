@@ -7,9 +7,7 @@
 #include <string>
 #include <vector>
 
-extern "C" {
 #include "navo.h"
-}
 
 namespace navo_test {
 

@@ -44,17 +44,17 @@ constexpr int kRecordLength = 5;
 // and checks that no spool file and no allocation is left over.
 class StoreFixture : public ::testing::Test {
 protected:
-    void SetUp() override { baseline_ = dk_mem_live_blocks(); }
+    void SetUp() override { baseline_ = navo::memory::live_blocks(); }
 
     void TearDown() override
     {
-        dk_mem_fail_after(0, 0);
+        navo::memory::fail_after(0, 0);
         if (ctx != nullptr) {
             EXPECT_EQ(1, dk_Destroy(&ctx));
             EXPECT_EQ(nullptr, ctx);
         }
         EXPECT_TRUE(tmp.entries().empty()) << "spool files left behind";
-        EXPECT_EQ(baseline_, dk_mem_live_blocks());
+        EXPECT_EQ(baseline_, navo::memory::live_blocks());
     }
 
     void makeContext(int32_t poolCapacity = 10)

@@ -6,22 +6,20 @@
 #include <string>
 #include <vector>
 
-extern "C" {
-#include "dk_alloc.h"
+#include "core/allocator.hpp"
 #include "navo.h"
-}
 
 namespace navo_test {
 
 // Switches allocation-failure injection off again however a test ends.
 class FailureInjection {
 public:
-    FailureInjection() { dk_mem_reset_counters(); }
-    ~FailureInjection() { dk_mem_fail_after(0, 0); }
+    FailureInjection() { navo::memory::reset_counters(); }
+    ~FailureInjection() { navo::memory::fail_after(0, 0); }
     FailureInjection(const FailureInjection &) = delete;
     FailureInjection &operator=(const FailureInjection &) = delete;
-    void failNth(int64_t n, bool sticky = false) { dk_mem_fail_after(n, sticky ? 1 : 0); }
-    void off() { dk_mem_fail_after(0, 0); }
+    void failNth(int64_t n, bool sticky = false) { navo::memory::fail_after(n, sticky ? 1 : 0); }
+    void off() { navo::memory::fail_after(0, 0); }
 };
 
 // A private directory used as TMPDIR for the lifetime of the object; removed with its content.

@@ -1,11 +1,11 @@
 /* dk_records.c - repeating blocks of Part 3.4: dk_AddBlock, dk_RemoveBlock, dk_GetBlockCount. */
-#include "dk_records.h"
+#include "store/repeating_records.hpp"
 
 #include <string.h>
 
-#include "dk_alloc.h"
-#include "dk_documents.h"
-#include "dk_spool.h"
+#include "core/allocator.hpp"
+#include "store/document_tables.hpp"
+#include "store/block_spool.hpp"
 
 #define DK_LF_BLANK ' '
 
@@ -17,8 +17,10 @@ static int dk_FindRepeatingStore(dk_Context *ctx, const char *form, int32_t docI
            dk_StoreFindBlock(ctx, block, target) && target->repeating;
 }
 
+extern "C" {
+
 NAVO_API int32_t NAVO_CALL dk_AddBlock(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                       int32_t *out)
+                                       int32_t *out) noexcept
 {
     dk_StoreTarget target;
     dk_lfBlock *store;
@@ -60,7 +62,7 @@ NAVO_API int32_t NAVO_CALL dk_AddBlock(dk_Context *ctx, const char *form, int32_
 }
 
 NAVO_API int32_t NAVO_CALL dk_RemoveBlock(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                          int32_t recordIndex)
+                                          int32_t recordIndex) noexcept
 {
     dk_StoreTarget target;
     dk_lfBlock *store;
@@ -89,16 +91,16 @@ NAVO_API int32_t NAVO_CALL dk_RemoveBlock(dk_Context *ctx, const char *form, int
         store->currentRecord--;
     }
     dk_lfBlockForget(store);
-    buffer = dk_mem_zalloc((size_t)target.block->recordLength + 1);
+    buffer = navo::memory::make_zeroed<char>(static_cast<size_t>(target.block->recordLength) + 1);
     if (buffer == NULL)
         return 0;
     if (recordIndex >= store->recordCount) {
-        dk_mem_free(buffer);
+        navo::memory::release(buffer);
         return 1;
     }
     if (recordIndex < store->recordCount - 1) {
         if (store->file == NULL && !dk_lfBlockOpen(target.document, store)) {
-            dk_mem_free(buffer);
+            navo::memory::release(buffer);
             return 0;
         }
         for (i = recordIndex; i <= store->recordCount - 2 && moved; i++)
@@ -107,7 +109,7 @@ NAVO_API int32_t NAVO_CALL dk_RemoveBlock(dk_Context *ctx, const char *form, int
         if (!dk_lfBlockFlush(store))
             moved = 0;
     }
-    dk_mem_free(buffer);
+    navo::memory::release(buffer);
     if (!moved)
         return 0;
     store->recordCount--;
@@ -115,7 +117,7 @@ NAVO_API int32_t NAVO_CALL dk_RemoveBlock(dk_Context *ctx, const char *form, int
 }
 
 NAVO_API int32_t NAVO_CALL dk_GetBlockCount(dk_Context *ctx, const char *form, int32_t docIndex,
-                                            const char *block, int32_t *out)
+                                            const char *block, int32_t *out) noexcept
 {
     dk_StoreTarget target;
     if (out == NULL)
@@ -126,3 +128,5 @@ NAVO_API int32_t NAVO_CALL dk_GetBlockCount(dk_Context *ctx, const char *form, i
     *out = target.store->recordCount;
     return 1;
 }
+
+}  // extern "C"

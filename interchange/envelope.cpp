@@ -1,20 +1,20 @@
 /* dk_envelope.c - envelope operations of Part 4.2: prolog, headers and notes of file and document. */
-#include "dk_envelope.h"
+#include "interchange/envelope.hpp"
 
 #include <string.h>
 
-#include "dk_alloc.h"
-#include "dk_documents.h"
-#include "dk_format.h"
+#include "core/allocator.hpp"
+#include "store/document_tables.hpp"
+#include "interchange/format.hpp"
 
 /* With a version of three characters the prolog lines fill their arrays to the last byte. */
-_Static_assert(sizeof DK_PROLOG_DOCTYPE_START - 1 + DK_PROLOG_VERSION_LENGTH + sizeof DK_PROLOG_DOCTYPE_END ==
-                   sizeof(((dk_FileProlog *)0)->doctypeLine),
+static_assert(sizeof DK_PROLOG_DOCTYPE_START - 1 + DK_PROLOG_VERSION_LENGTH + sizeof DK_PROLOG_DOCTYPE_END ==
+                   sizeof(dk_FileProlog::doctypeLine),
                "doctypeLine capacity");
-_Static_assert(sizeof DK_PROLOG_VERSION_START - 1 + DK_PROLOG_VERSION_LENGTH + sizeof DK_PROLOG_VERSION_END ==
-                   sizeof(((dk_FileProlog *)0)->versionLine),
+static_assert(sizeof DK_PROLOG_VERSION_START - 1 + DK_PROLOG_VERSION_LENGTH + sizeof DK_PROLOG_VERSION_END ==
+                   sizeof(dk_FileProlog::versionLine),
                "versionLine capacity");
-_Static_assert(sizeof DK_PROLOG_ENCODING == sizeof(((dk_FileProlog *)0)->encodingLine), "encodingLine capacity");
+static_assert(sizeof DK_PROLOG_ENCODING == sizeof(dk_FileProlog::encodingLine), "encodingLine capacity");
 
 dk_Document *dk_envFindDocument(dk_Context *ctx, const char *form, int32_t docIndex)
 {
@@ -35,7 +35,62 @@ static void dk_envPrologLine(char *line, size_t capacity, const char *start, con
     memcpy(line + startLength + versionLength, end, strlen(end));
 }
 
-NAVO_API int32_t NAVO_CALL dk_SetDefaultNAVOProlog(dk_Context *ctx, const char *version)
+/* The last text of a note has nothing of the record behind it to run on into; a host record
+   whose last text lacks its terminator is refused before anything changes (docs/decisions.md). */
+static int dk_envLastTextTerminated(const void *note, const dk_fmtLine *lines, int32_t lineCount)
+{
+    const dk_fmtLine *last = &lines[lineCount - 1];
+    return memchr((const char *)note + last->member, '\0', (size_t)last->width + 1) != NULL;
+}
+
+/* Step 4 of an add: each text shorter than its width gets blanks up to the width and its
+   terminator at the last byte; a text without a terminator in its capacity stays as it is. */
+static void dk_envFillTexts(void *note, const dk_fmtLine *lines, int32_t lineCount)
+{
+    int32_t i;
+    for (i = 0; i < lineCount; i++) {
+        char *text = (char *)note + lines[i].member;
+        size_t width = (size_t)lines[i].width;
+        const char *end = static_cast<const char *>(memchr(text, '\0', width + 1));
+        if (end != NULL) {
+            size_t length = (size_t)(end - text);
+            memset(text + length, ' ', width - length);
+            text[width] = '\0';
+        }
+    }
+}
+
+/* Steps 1 and 2: one more element, or on failure a count of 0 with the array kept as it was;
+   the next add then resizes to one element, which shrinks it. Returns the array or null. */
+template <class Note>
+static Note *dk_envGrow(Note *array, int32_t *count)
+{
+    int32_t next = *count > 0 ? *count + 1 : 1;
+    if (!navo::memory::resize_array(array, static_cast<size_t>(next))) {
+        *count = 0;
+        return NULL;
+    }
+    *count = next;
+    return array;
+}
+
+static int32_t dk_envAddError(dk_ErrorNote **notes, int32_t *count, const dk_ErrorNote *note)
+{
+    dk_ErrorNote *grown;
+    if (!dk_envLastTextTerminated(note, dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES))
+        return 0;
+    grown = dk_envGrow(*notes, count);
+    if (grown == NULL)
+        return 0;
+    *notes = grown;
+    grown[*count - 1] = *note;
+    dk_envFillTexts(&grown[*count - 1], dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES);
+    return 1;
+}
+
+extern "C" {
+
+NAVO_API int32_t NAVO_CALL dk_SetDefaultNAVOProlog(dk_Context *ctx, const char *version) noexcept
 {
     size_t length = 0;
     if (ctx == NULL || version == NULL)
@@ -53,7 +108,7 @@ NAVO_API int32_t NAVO_CALL dk_SetDefaultNAVOProlog(dk_Context *ctx, const char *
     return 1;
 }
 
-NAVO_API int32_t NAVO_CALL dk_GetNAVOProlog(dk_Context *ctx, dk_FileProlog **out)
+NAVO_API int32_t NAVO_CALL dk_GetNAVOProlog(dk_Context *ctx, dk_FileProlog **out) noexcept
 {
     if (out == NULL)
         return 0;
@@ -61,7 +116,7 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVOProlog(dk_Context *ctx, dk_FileProlog **out
     return ctx != NULL;
 }
 
-NAVO_API int32_t NAVO_CALL dk_GetNAVOHeader(dk_Context *ctx, dk_FileHeader **out)
+NAVO_API int32_t NAVO_CALL dk_GetNAVOHeader(dk_Context *ctx, dk_FileHeader **out) noexcept
 {
     if (out == NULL)
         return 0;
@@ -69,7 +124,7 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVOHeader(dk_Context *ctx, dk_FileHeader **out
     return ctx != NULL;
 }
 
-NAVO_API int32_t NAVO_CALL dk_GetNAVOFooter(dk_Context *ctx, dk_FileFooter **out)
+NAVO_API int32_t NAVO_CALL dk_GetNAVOFooter(dk_Context *ctx, dk_FileFooter **out) noexcept
 {
     if (out == NULL)
         return 0;
@@ -78,7 +133,7 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVOFooter(dk_Context *ctx, dk_FileFooter **out
 }
 
 /* Part 4.2 leaves `out` as it was on failure, unlike the general rule of the Overview. */
-NAVO_API int32_t NAVO_CALL dk_GetDocHeader(dk_Context *ctx, const char *form, int32_t docIndex, dk_DocHeader **out)
+NAVO_API int32_t NAVO_CALL dk_GetDocHeader(dk_Context *ctx, const char *form, int32_t docIndex, dk_DocHeader **out) noexcept
 {
     dk_Document *document;
     if (out == NULL)
@@ -90,7 +145,7 @@ NAVO_API int32_t NAVO_CALL dk_GetDocHeader(dk_Context *ctx, const char *form, in
     return 1;
 }
 
-NAVO_API int32_t NAVO_CALL dk_GetDocFooter(dk_Context *ctx, const char *form, int32_t docIndex, dk_DocFooter **out)
+NAVO_API int32_t NAVO_CALL dk_GetDocFooter(dk_Context *ctx, const char *form, int32_t docIndex, dk_DocFooter **out) noexcept
 {
     dk_Document *document;
     if (out == NULL)
@@ -102,61 +157,7 @@ NAVO_API int32_t NAVO_CALL dk_GetDocFooter(dk_Context *ctx, const char *form, in
     return 1;
 }
 
-/* The last text of a note has nothing of the record behind it to run on into; a host record
-   whose last text lacks its terminator is refused before anything changes (docs/decisions.md). */
-static int dk_envLastTextTerminated(const void *note, const dk_fmtLine *lines, int32_t lineCount)
-{
-    const dk_fmtLine *last = &lines[lineCount - 1];
-    return memchr((const char *)note + last->member, '\0', (size_t)last->width + 1) != NULL;
-}
-
-/* Step 4 of an add: each text shorter than its width gets blanks up to the width and its
-   terminator at the last byte; a text without a terminator in its capacity stays as it is. */
-static void dk_envFillTexts(void *note, const dk_fmtLine *lines, int32_t lineCount)
-{
-    int32_t i;
-    for (i = 0; i < lineCount; i++) {
-        char *text = (char *)note + lines[i].member;
-        size_t width = (size_t)lines[i].width;
-        const char *end = memchr(text, '\0', width + 1);
-        if (end != NULL) {
-            size_t length = (size_t)(end - text);
-            memset(text + length, ' ', width - length);
-            text[width] = '\0';
-        }
-    }
-}
-
-/* Steps 1 and 2: one more element, or on failure a count of 0 with the array kept as it was;
-   the next add then resizes to one element, which shrinks it. Returns the array or null. */
-static void *dk_envGrow(void *array, int32_t *count, size_t elementSize)
-{
-    int ok;
-    size_t next = *count > 0 ? (size_t)*count + 1 : 1;
-    void *grown = dk_mem_resize_array(array, next, elementSize, &ok);
-    if (!ok) {
-        *count = 0;
-        return NULL;
-    }
-    *count = (int32_t)next;
-    return grown;
-}
-
-static int32_t dk_envAddError(dk_ErrorNote **notes, int32_t *count, const dk_ErrorNote *note)
-{
-    dk_ErrorNote *grown;
-    if (!dk_envLastTextTerminated(note, dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES))
-        return 0;
-    grown = dk_envGrow(*notes, count, sizeof *grown);
-    if (grown == NULL)
-        return 0;
-    *notes = grown;
-    grown[*count - 1] = *note;
-    dk_envFillTexts(&grown[*count - 1], dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES);
-    return 1;
-}
-
-NAVO_API int32_t NAVO_CALL dk_AddNAVOError(dk_Context *ctx, const dk_ErrorNote *note)
+NAVO_API int32_t NAVO_CALL dk_AddNAVOError(dk_Context *ctx, const dk_ErrorNote *note) noexcept
 {
     if (ctx == NULL || note == NULL)
         return 0;
@@ -164,7 +165,7 @@ NAVO_API int32_t NAVO_CALL dk_AddNAVOError(dk_Context *ctx, const dk_ErrorNote *
 }
 
 NAVO_API int32_t NAVO_CALL dk_AddDocError(dk_Context *ctx, const char *form, int32_t docIndex,
-                                          const dk_ErrorNote *note)
+                                          const dk_ErrorNote *note) noexcept
 {
     dk_Document *document;
     if (note == NULL)
@@ -175,7 +176,7 @@ NAVO_API int32_t NAVO_CALL dk_AddDocError(dk_Context *ctx, const char *form, int
     return dk_envAddError(&document->footer.errorNotes, &document->footer.errorCount, note);
 }
 
-NAVO_API int32_t NAVO_CALL dk_AddDocOCR(dk_Context *ctx, const char *form, int32_t docIndex, const dk_OcrNote *note)
+NAVO_API int32_t NAVO_CALL dk_AddDocOCR(dk_Context *ctx, const char *form, int32_t docIndex, const dk_OcrNote *note) noexcept
 {
     dk_Document *document;
     dk_OcrNote *grown;
@@ -184,7 +185,7 @@ NAVO_API int32_t NAVO_CALL dk_AddDocOCR(dk_Context *ctx, const char *form, int32
     document = dk_envFindDocument(ctx, form, docIndex);
     if (document == NULL || !dk_envLastTextTerminated(note, dk_fmtOcrNoteLines, DK_OCR_NOTE_LINES))
         return 0;
-    grown = dk_envGrow(document->footer.ocrNotes, &document->footer.ocrCount, sizeof *grown);
+    grown = dk_envGrow(document->footer.ocrNotes, &document->footer.ocrCount);
     if (grown == NULL)
         return 0;
     document->footer.ocrNotes = grown;
@@ -193,3 +194,5 @@ NAVO_API int32_t NAVO_CALL dk_AddDocOCR(dk_Context *ctx, const char *form, int32
     dk_envFillTexts(&grown[document->footer.ocrCount - 1], dk_fmtOcrNoteLines, DK_OCR_NOTE_LINES);
     return 1;
 }
+
+}  // extern "C"

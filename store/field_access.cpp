@@ -1,8 +1,8 @@
 /* dk_fields.c - field access of Part 3.3: fields by name, the cursor move and the spool reads. */
-#include "dk_fields.h"
+#include "store/field_access.hpp"
 
-#include "dk_documents.h"
-#include "dk_spool.h"
+#include "store/document_tables.hpp"
+#include "store/block_spool.hpp"
 
 #define DK_LF_BLANK ' '
 
@@ -35,8 +35,10 @@ static int dk_FindRecord(dk_Context *ctx, const char *form, int32_t docIndex, co
     return recordIndex >= 0 && recordIndex < target->store->recordCount;
 }
 
+extern "C" {
+
 NAVO_API int32_t NAVO_CALL dk_SetField(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                       int32_t recordIndex, const char *field, const char *value)
+                                       int32_t recordIndex, const char *field, const char *value) noexcept
 {
     dk_StoreTarget target;
     dk_lfBlock *store;
@@ -66,7 +68,7 @@ NAVO_API int32_t NAVO_CALL dk_SetField(dk_Context *ctx, const char *form, int32_
 }
 
 NAVO_API int32_t NAVO_CALL dk_GetField(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                       int32_t recordIndex, const char *field, char *out, int32_t size)
+                                       int32_t recordIndex, const char *field, char *out, int32_t size) noexcept
 {
     dk_StoreTarget target;
     dk_lfBlock *store;
@@ -101,3 +103,5 @@ NAVO_API int32_t NAVO_CALL dk_GetField(dk_Context *ctx, const char *form, int32_
     }
     return 1;
 }
+
+}  // extern "C"

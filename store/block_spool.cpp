@@ -1,12 +1,12 @@
 /* dk_spool.c - block stores of Part 3.2: creation, the file pool, saving and reading the spool. */
-#include "dk_spool.h"
+#include "store/block_spool.hpp"
 
 #include <limits.h>
 #include <stdio.h>
 #include <string.h>
 
-#include "dk_alloc.h"
-#include "dk_tempfile.h"
+#include "core/allocator.hpp"
+#include "platform/temp_file.hpp"
 
 #define DK_LF_BLANK ' '
 
@@ -129,20 +129,19 @@ int32_t dk_lfBlockCreate(dk_Document *document, const dk_dfBlock *block, int32_t
     size_t size;
     char path[DK_TF_PATH_SIZE];
     int32_t i;
-    int ok;
     if (document == NULL || block == NULL || block->fieldCount < 0 || block->recordLength < 0 ||
         document->blockCount < 0 || document->blockCount == INT32_MAX)
         return 0;
-    blocks = dk_mem_resize_array(document->blocks, (size_t)document->blockCount + 1, sizeof *blocks, &ok);
-    if (!ok)
+    if (!navo::memory::resize_array(document->blocks, static_cast<size_t>(document->blockCount) + 1))
         return 0;
-    document->blocks = blocks;
+    blocks = document->blocks;
     /* One allocation for the store and its hidden record buffer: the count of allocations stays
        that of the Part, and reading needs no memory of its own. */
     size = sizeof *spool + (repeating ? (size_t)block->recordLength + 1 : 0);
-    spool = dk_mem_zalloc(size);
+    spool = static_cast<dk_lfSpool *>(navo::memory::allocate(size));
     if (spool == NULL)
         return 0;
+    memset(static_cast<void *>(spool), 0, size);
     store = &spool->store;
     spool->recordLength = block->recordLength;
     spool->position = DK_LF_POSITION_UNKNOWN;
@@ -152,7 +151,7 @@ int32_t dk_lfBlockCreate(dk_Document *document, const dk_dfBlock *block, int32_t
     document->blockCount++;
 
     if (block->fieldCount > 0) {
-        store->fields = dk_mem_zalloc((size_t)block->fieldCount * sizeof *store->fields);
+        store->fields = navo::memory::make_zeroed<dk_lfField>(static_cast<size_t>(block->fieldCount));
         if (store->fields == NULL)
             return 0;
         spool->fieldCount = block->fieldCount;
@@ -160,7 +159,7 @@ int32_t dk_lfBlockCreate(dk_Document *document, const dk_dfBlock *block, int32_t
     for (i = 0; i < block->fieldCount; i++) {
         dk_lfField *slot = &store->fields[i];
         size_t width = (size_t)block->fields[i].width;
-        slot->text = dk_mem_alloc(width + 1);
+        slot->text = static_cast<char *>(navo::memory::allocate(width + 1));
         if (slot->text == NULL)
             return 0;
         memset(slot->text, DK_LF_BLANK, width);
@@ -176,7 +175,7 @@ int32_t dk_lfBlockCreate(dk_Document *document, const dk_dfBlock *block, int32_t
 
     if (!dk_tfCreate(path, sizeof path))
         return 0;
-    store->path = dk_mem_strdup(path);
+    store->path = navo::memory::duplicate(path);
     if (store->path == NULL) {
         /* Nobody else knows this file, so it goes at once. */
         remove(path);
@@ -193,15 +192,15 @@ void dk_lfBlockDestroy(dk_lfFilePool *pool, dk_lfBlock *store)
         return;
     spool = dk_lfSpoolOf(store);
     for (i = 0; i < spool->fieldCount; i++)
-        dk_mem_free(store->fields[i].text);
-    dk_mem_free(store->fields);
+        navo::memory::release(store->fields[i].text);
+    navo::memory::release(store->fields);
     store->fields = NULL;
     if (store->path != NULL) {
         if (store->file != NULL)
             fclose(store->file);
         store->file = NULL;
         remove(store->path);
-        dk_mem_free(store->path);
+        navo::memory::release(store->path);
         store->path = NULL;
         if (pool != NULL && pool->blocks != NULL) {
             for (i = 0; i < pool->count; i++) {
@@ -215,7 +214,7 @@ void dk_lfBlockDestroy(dk_lfFilePool *pool, dk_lfBlock *store)
             }
         }
     }
-    dk_mem_free(spool);
+    navo::memory::release(spool);
 }
 
 /* A failed save keeps the remaining changes: the store is dirty again while a slot still is. */
@@ -261,7 +260,7 @@ int32_t dk_lfBlockWrite(dk_Document *document, dk_lfBlock *store, const dk_dfBlo
             !dk_lfSeek(spool, target, DK_LF_ACCESS_WRITE))
             return dk_lfSaveFailed(store, spool->fieldCount);
         /* What fputs would write: the text up to its NUL. */
-        end = memchr(slot->text, '\0', (size_t)block->fields[i].width + 1);
+        end = static_cast<const char *>(memchr(slot->text, '\0', (size_t)block->fields[i].width + 1));
         length = end != NULL ? (size_t)(end - slot->text) : (size_t)block->fields[i].width;
         if (length > 0 && fwrite(slot->text, 1, length, store->file) != length) {
             spool->position = DK_LF_POSITION_UNKNOWN;
@@ -292,13 +291,6 @@ int32_t dk_lfBlockFlush(dk_lfBlock *store)
     }
     spool->lastAccess = DK_LF_ACCESS_NONE;
     return 1;
-}
-
-NAVO_API int32_t NAVO_CALL dk_lfBlockSave(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block)
-{
-    int32_t written = dk_lfBlockWrite(document, store, block);
-    int32_t flushed = dk_lfBlockFlush(store);
-    return written && flushed;
 }
 
 /* Departure: the first field read of a cursor visit reads the whole record at once into the
@@ -393,10 +385,10 @@ int32_t dk_lfBlockShiftRecord(dk_lfBlock *store, int32_t record, char *buffer)
     if (got == 0)
         return 0;
     /* Carried as text: fgets stops after a line feed, fputs at a NUL. */
-    lineFeed = memchr(buffer, '\n', got);
+    lineFeed = static_cast<const char *>(memchr(buffer, '\n', got));
     carried = lineFeed != NULL ? (size_t)(lineFeed - buffer) + 1 : got;
     buffer[carried] = '\0';
-    nul = memchr(buffer, '\0', carried);
+    nul = static_cast<const char *>(memchr(buffer, '\0', carried));
     if (nul != NULL)
         carried = (size_t)(nul - buffer);
     if (!dk_lfSeek(spool, target, DK_LF_ACCESS_WRITE))
@@ -410,3 +402,14 @@ int32_t dk_lfBlockShiftRecord(dk_lfBlock *store, int32_t record, char *buffer)
     spool->lastAccess = DK_LF_ACCESS_WRITE;
     return 1;
 }
+
+extern "C" {
+
+NAVO_API int32_t NAVO_CALL dk_lfBlockSave(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block) noexcept
+{
+    int32_t written = dk_lfBlockWrite(document, store, block);
+    int32_t flushed = dk_lfBlockFlush(store);
+    return written && flushed;
+}
+
+}  // extern "C"

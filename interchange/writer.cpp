@@ -1,17 +1,17 @@
 /* dk_writer.c - the file writer of Part 4.6: envelope records and documents out to a NAVO file. */
-#include "dk_writer.h"
+#include "interchange/writer.hpp"
 
 #include <stddef.h>
 #include <string.h>
 
-#include "dk_alloc.h"
-#include "dk_documents.h"
-#include "dk_format.h"
-#include "dk_textstream.h"
+#include "core/allocator.hpp"
+#include "store/document_tables.hpp"
+#include "interchange/format.hpp"
+#include "platform/text_stream.hpp"
 
 int32_t dk_wrText(FILE *stream, const char *text, size_t limit)
 {
-    const char *end = memchr(text, '\0', limit);
+    const char *end = static_cast<const char *>(memchr(text, '\0', limit));
     size_t length = end != NULL ? (size_t)(end - text) : limit;
     if (length > 0 && fwrite(text, 1, length, stream) != length)
         return 0;
@@ -91,18 +91,43 @@ static int dk_wrRecordOfBlock(dk_Context *ctx, const char *form, int32_t docInde
     for (f = 0; f < block->fieldCount; f++) {
         int32_t width = block->fields[f].width;
         const char *name = ctx->dictionary->strings[block->fields[f].nameId];
-        char *buffer = dk_mem_alloc((size_t)width + 1);
+        char *buffer = static_cast<char *>(navo::memory::allocate(static_cast<size_t>(width) + 1));
         int written = buffer != NULL && name != NULL &&
                       dk_GetField(ctx, form, docIndex, tag, recordIndex, name, buffer, width + 1) &&
                       dk_wrText(stream, buffer, (size_t)width + 1);
-        dk_mem_free(buffer);
+        navo::memory::release(buffer);
         if (!written)
             return 0;
     }
     return dk_wrTag(stream, DK_TAG_CLOSE_START, tag, DK_TAG_END);
 }
 
-NAVO_API int32_t NAVO_CALL dk_OpenFileforSave(FILE **out, const char *path)
+/* Every document of the context, form by form in the order of the definition. */
+static int dk_wrAllDocuments(dk_Context *ctx, FILE *stream, int32_t envelope)
+{
+    int32_t i;
+    if (ctx->documentLists == NULL || ctx->dictionary == NULL)
+        return 1;
+    for (i = 0; i < ctx->formCount; i++) {
+        int32_t d;
+        /* By the invariant of Part 2.1 dictionary slot i holds the name of form i. Nothing in a
+           save interns or removes a string, so the slot is used as it is, without a copy. */
+        const char *name = i < ctx->dictionary->count ? ctx->dictionary->strings[i] : NULL;
+        if (ctx->documentLists[i].count <= 0)
+            continue;
+        if (name == NULL)
+            return 0;
+        for (d = 0; d < ctx->documentLists[i].count; d++) {
+            if (!dk_SaveDocument(ctx, name, d, stream, envelope))
+                return 0;
+        }
+    }
+    return 1;
+}
+
+extern "C" {
+
+NAVO_API int32_t NAVO_CALL dk_OpenFileforSave(FILE **out, const char *path) noexcept
 {
     if (out == NULL)
         return 0;
@@ -113,20 +138,20 @@ NAVO_API int32_t NAVO_CALL dk_OpenFileforSave(FILE **out, const char *path)
     return *out != NULL;
 }
 
-NAVO_API int32_t NAVO_CALL dk_SaveProlog(dk_Context *ctx, FILE *stream)
+NAVO_API int32_t NAVO_CALL dk_SaveProlog(dk_Context *ctx, FILE *stream) noexcept
 {
     /* The three lines lie side by side; an unterminated one runs on but stops at the last. */
     static const dk_fmtLine prologLines[] = {
-        { offsetof(dk_FileProlog, doctypeLine), (int32_t)sizeof(((dk_FileProlog *)0)->doctypeLine) - 1, 0 },
-        { offsetof(dk_FileProlog, versionLine), (int32_t)sizeof(((dk_FileProlog *)0)->versionLine) - 1, 0 },
-        { offsetof(dk_FileProlog, encodingLine), (int32_t)sizeof(((dk_FileProlog *)0)->encodingLine) - 1, 0 },
+        { offsetof(dk_FileProlog, doctypeLine), (int32_t)sizeof(dk_FileProlog::doctypeLine) - 1, 0 },
+        { offsetof(dk_FileProlog, versionLine), (int32_t)sizeof(dk_FileProlog::versionLine) - 1, 0 },
+        { offsetof(dk_FileProlog, encodingLine), (int32_t)sizeof(dk_FileProlog::encodingLine) - 1, 0 },
     };
     if (ctx == NULL || stream == NULL)
         return 0;
     return dk_wrRecord(stream, &ctx->prolog, prologLines, 3);
 }
 
-NAVO_API int32_t NAVO_CALL dk_SaveHeader(dk_Context *ctx, FILE *stream)
+NAVO_API int32_t NAVO_CALL dk_SaveHeader(dk_Context *ctx, FILE *stream) noexcept
 {
     if (ctx == NULL || stream == NULL)
         return 0;
@@ -136,7 +161,7 @@ NAVO_API int32_t NAVO_CALL dk_SaveHeader(dk_Context *ctx, FILE *stream)
 }
 
 NAVO_API int32_t NAVO_CALL dk_SaveDocument(dk_Context *ctx, const char *form, int32_t docIndex, FILE *stream,
-                                          int32_t envelope)
+                                          int32_t envelope) noexcept
 {
     dk_StoreTarget target;
     int32_t r;
@@ -176,7 +201,7 @@ NAVO_API int32_t NAVO_CALL dk_SaveDocument(dk_Context *ctx, const char *form, in
            dk_wrLine(stream, DK_TAG_DOC_FOOTER_CLOSE) && dk_wrTag(stream, DK_TAG_CLOSE_START, form, DK_SECTION_SUFFIX);
 }
 
-NAVO_API int32_t NAVO_CALL dk_SaveFooter(dk_Context *ctx, FILE *stream)
+NAVO_API int32_t NAVO_CALL dk_SaveFooter(dk_Context *ctx, FILE *stream) noexcept
 {
     if (ctx == NULL || stream == NULL)
         return 0;
@@ -185,7 +210,7 @@ NAVO_API int32_t NAVO_CALL dk_SaveFooter(dk_Context *ctx, FILE *stream)
            dk_wrLine(stream, DK_TAG_FILE_FOOTER_CLOSE) && dk_wrLine(stream, DK_TAG_NAVO_CLOSE);
 }
 
-NAVO_API int32_t NAVO_CALL dk_CloseFile(FILE *stream)
+NAVO_API int32_t NAVO_CALL dk_CloseFile(FILE *stream) noexcept
 {
     /* A null stream is no stream to close (outside the contract); any real close gives 1. */
     if (stream == NULL)
@@ -194,30 +219,7 @@ NAVO_API int32_t NAVO_CALL dk_CloseFile(FILE *stream)
     return 1;
 }
 
-/* Every document of the context, form by form in the order of the definition. */
-static int dk_wrAllDocuments(dk_Context *ctx, FILE *stream, int32_t envelope)
-{
-    int32_t i;
-    if (ctx->documentLists == NULL || ctx->dictionary == NULL)
-        return 1;
-    for (i = 0; i < ctx->formCount; i++) {
-        int32_t d;
-        /* By the invariant of Part 2.1 dictionary slot i holds the name of form i. Nothing in a
-           save interns or removes a string, so the slot is used as it is, without a copy. */
-        const char *name = i < ctx->dictionary->count ? ctx->dictionary->strings[i] : NULL;
-        if (ctx->documentLists[i].count <= 0)
-            continue;
-        if (name == NULL)
-            return 0;
-        for (d = 0; d < ctx->documentLists[i].count; d++) {
-            if (!dk_SaveDocument(ctx, name, d, stream, envelope))
-                return 0;
-        }
-    }
-    return 1;
-}
-
-NAVO_API int32_t NAVO_CALL dk_SaveNAVO(dk_Context *ctx, const char *path, int32_t envelope)
+NAVO_API int32_t NAVO_CALL dk_SaveNAVO(dk_Context *ctx, const char *path, int32_t envelope) noexcept
 {
     FILE *stream;
     int ok;
@@ -229,3 +231,5 @@ NAVO_API int32_t NAVO_CALL dk_SaveNAVO(dk_Context *ctx, const char *path, int32_
     (void)fclose(stream);
     return ok ? 1 : 0;
 }
+
+}  // extern "C"

@@ -3,7 +3,7 @@
 #  define _POSIX_C_SOURCE 200809L
 #endif
 
-#include "dk_tempfile.h"
+#include "platform/temp_file.hpp"
 
 #include <string.h>
 

@@ -27,8 +27,5 @@ void dk_SetLoadObserver(const dk_LoadObserver *observer);
 /* The loaders' failure step: the code is set, the observer sees it, dk_OnNAVOError is called. */
 void dk_LoadRaise(int32_t code);
 
-/* Grows a note array of the reader by one zeroed note and raises its count; returns the new
-   note, or null with array and count unchanged when the array cannot grow. */
-void *dk_LoadAppendNote(void **array, int32_t *count, size_t noteSize);
 
 #endif /* DK_DOCLOAD_H */

@@ -4,7 +4,7 @@
 #define _GNU_SOURCE
 #endif
 
-#include "dk_textstream.h"
+#include "platform/text_stream.hpp"
 
 #include <errno.h>
 #include <string.h>
@@ -25,7 +25,7 @@ FILE *dk_textOpen(const char *path, const char *mode)
 
 #include <sys/types.h>
 
-#include "dk_alloc.h"
+#include "core/allocator.hpp"
 
 #if defined(__APPLE__) || defined(__FreeBSD__) || defined(__NetBSD__) || defined(__OpenBSD__) \
     || defined(__DragonFly__)
@@ -68,7 +68,7 @@ static long long dk_textRead(dk_TextCookie *cookie, char *buffer, size_t size)
         size_t last;
         size_t i;
         size_t o = n;
-        void *stop;
+        const char *stop;
         if (got == 0) {
             /* An error behind characters already taken is reported by the next call. */
             if (n == 0 && ferror(raw))
@@ -76,8 +76,8 @@ static long long dk_textRead(dk_TextCookie *cookie, char *buffer, size_t size)
             break;
         }
         /* Only the bytes before a 0x1A count; after it the input has ended. */
-        stop = memchr(buffer + n, DK_CTRL_Z, got);
-        limit = stop != NULL ? (size_t)((char *)stop - buffer) : end;
+        stop = static_cast<const char *>(memchr(buffer + n, DK_CTRL_Z, got));
+        limit = stop != NULL ? (size_t)(stop - buffer) : end;
         /* A CR is dropped exactly when an LF stands right behind it, which is what taking the
            LF in its place comes to; no byte is looked at twice. Bytes whose follower is in this
            run are decided here, without a branch per byte. */
@@ -157,7 +157,7 @@ static int dk_textSeek(dk_TextCookie *cookie, long long *offset, int whence)
 static int dk_textClose(dk_TextCookie *cookie)
 {
     int result = fclose(cookie->raw);
-    dk_mem_free(cookie);
+    navo::memory::release(cookie);
     return result == 0 ? 0 : -1;
 }
 
@@ -171,19 +171,19 @@ typedef off_t dk_TextOffset;
 
 static ssize_t dk_textCookieRead(void *cookie, char *buffer, size_t size)
 {
-    return (ssize_t)dk_textRead(cookie, buffer, size);
+    return (ssize_t)dk_textRead(static_cast<dk_TextCookie *>(cookie), buffer, size);
 }
 
 static ssize_t dk_textCookieWrite(void *cookie, const char *buffer, size_t size)
 {
     /* glibc sets the stream's error flag when fewer than `size` bytes are reported. */
-    return dk_textWrite(cookie, buffer, size) ? (ssize_t)size : 0;
+    return dk_textWrite(static_cast<dk_TextCookie *>(cookie), buffer, size) ? (ssize_t)size : 0;
 }
 
 static int dk_textCookieSeek(void *cookie, dk_TextOffset *offset, int whence)
 {
     long long position = (long long)*offset;
-    if (dk_textSeek(cookie, &position, whence) != 0)
+    if (dk_textSeek(static_cast<dk_TextCookie *>(cookie), &position, whence) != 0)
         return -1;
     *offset = (dk_TextOffset)position;
     return 0;
@@ -191,7 +191,7 @@ static int dk_textCookieSeek(void *cookie, dk_TextOffset *offset, int whence)
 
 static int dk_textCookieClose(void *cookie)
 {
-    return dk_textClose(cookie);
+    return dk_textClose(static_cast<dk_TextCookie *>(cookie));
 }
 
 static FILE *dk_textWrap(dk_TextCookie *cookie)
@@ -209,27 +209,27 @@ static FILE *dk_textWrap(dk_TextCookie *cookie)
 
 static int dk_textFunRead(void *cookie, char *buffer, int size)
 {
-    return (int)dk_textRead(cookie, buffer, size > 0 ? (size_t)size : 0);
+    return (int)dk_textRead(static_cast<dk_TextCookie *>(cookie), buffer, size > 0 ? (size_t)size : 0);
 }
 
 static int dk_textFunWrite(void *cookie, const char *buffer, int size)
 {
     if (size <= 0)
         return 0;
-    return dk_textWrite(cookie, buffer, (size_t)size) ? size : -1;
+    return dk_textWrite(static_cast<dk_TextCookie *>(cookie), buffer, (size_t)size) ? size : -1;
 }
 
 static fpos_t dk_textFunSeek(void *cookie, fpos_t offset, int whence)
 {
     long long position = (long long)offset;
-    if (dk_textSeek(cookie, &position, whence) != 0)
+    if (dk_textSeek(static_cast<dk_TextCookie *>(cookie), &position, whence) != 0)
         return (fpos_t)-1;
     return (fpos_t)position;
 }
 
 static int dk_textFunClose(void *cookie)
 {
-    return dk_textClose(cookie);
+    return dk_textClose(static_cast<dk_TextCookie *>(cookie));
 }
 
 static FILE *dk_textWrap(dk_TextCookie *cookie)
@@ -250,7 +250,7 @@ FILE *dk_textOpen(const char *path, const char *mode)
         return NULL;
     }
     writing = mode[0] == 'w';
-    cookie = dk_mem_zalloc(sizeof *cookie);
+    cookie = navo::memory::make_zeroed<std::remove_pointer_t<decltype(cookie)>>();
     if (cookie == NULL) {
         errno = ENOMEM;
         return NULL;
@@ -259,7 +259,7 @@ FILE *dk_textOpen(const char *path, const char *mode)
     cookie->raw = fopen(path, writing ? "wb" : "rb");
     if (cookie->raw == NULL) {
         int saved = errno;
-        dk_mem_free(cookie);
+        navo::memory::release(cookie);
         errno = saved;
         return NULL;
     }
@@ -267,7 +267,7 @@ FILE *dk_textOpen(const char *path, const char *mode)
     if (stream == NULL) {
         int saved = errno;
         fclose(cookie->raw);
-        dk_mem_free(cookie);
+        navo::memory::release(cookie);
         errno = saved;
     }
     return stream;

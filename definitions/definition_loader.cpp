@@ -1,12 +1,12 @@
 /* dk_deffile.c - the definition loader of Part 2.1: grammar, interning, offsets, links and maps. */
-#include "dk_deffile.h"
+#include "definitions/definition_loader.hpp"
 
 #include <ctype.h>
 #include <limits.h>
 #include <string.h>
 
-#include "dk_alloc.h"
-#include "dk_dict.h"
+#include "core/allocator.hpp"
+#include "core/dictionary.hpp"
 
 /* Module-wide, as Part 1.1 lists them: the text being loaded and the cursor in it. */
 static const char *definitionText;
@@ -23,7 +23,7 @@ static char *dk_dfReadLine(char *out, int32_t size)
     memset(out, 0, (size_t)size);
     if (start >= definitionLength)
         return NULL;
-    lineFeed = memchr(definitionText + start, '\n', definitionLength - start);
+    lineFeed = static_cast<const char *>(memchr(definitionText + start, '\n', definitionLength - start));
     /* A last line without LF, or a line that does not fit with its terminator, breaks the
        grammar; the loader fails on it rather than read or write past a buffer. */
     if (lineFeed == NULL) {
@@ -93,24 +93,11 @@ static int dk_dfEndsSection(const char *line)
     return isspace((unsigned char)line[0]) != 0;
 }
 
-/* Appends one zeroed element to `*array` of `*count` elements. */
-static void *dk_dfAppend(void **array, int32_t *count, size_t elementSize)
-{
-    int ok;
-    char *grown = dk_mem_resize_array(*array, (size_t)*count + 1, elementSize, &ok);
-    if (!ok)
-        return NULL;
-    *array = grown;
-    memset(grown + (size_t)*count * elementSize, 0, elementSize);
-    (*count)++;
-    return grown + (size_t)(*count - 1) * elementSize;
-}
-
 /* A position map carries its entry count in one hidden slot in front of the entries, so that a
    lookup can refuse an ID outside the map in O(1); the map pointer is to the first entry. */
 static int32_t *dk_dfMapAlloc(int32_t entries)
 {
-    int32_t *base = dk_mem_zalloc(((size_t)entries + 1) * sizeof(int32_t));
+    int32_t *base = navo::memory::make_zeroed<int32_t>(static_cast<size_t>(entries) + 1);
     if (base == NULL)
         return NULL;
     base[0] = entries;
@@ -120,7 +107,7 @@ static int32_t *dk_dfMapAlloc(int32_t entries)
 static void dk_dfMapFree(int32_t *map)
 {
     if (map != NULL)
-        dk_mem_free(map - 1);
+        navo::memory::release(map - 1);
 }
 
 static int32_t dk_dfMapEntries(const int32_t *map)
@@ -135,68 +122,20 @@ static void dk_dfReleaseDefinition(dk_dfDefinition *definition)
     for (i = 0; i < definition->formCount; i++) {
         dk_dfForm *form = &definition->forms[i];
         for (j = 0; j < form->refCount; j++)
-            dk_mem_free(form->refs[j].name);
-        dk_mem_free(form->refs);
+            navo::memory::release(form->refs[j].name);
+        navo::memory::release(form->refs);
         dk_dfMapFree(form->positionByTag);
     }
-    dk_mem_free(definition->forms);
+    navo::memory::release(definition->forms);
     for (i = 0; i < definition->blockCount; i++) {
         dk_dfBlock *block = &definition->blocks[i];
-        dk_mem_free(block->name);
-        dk_mem_free(block->fields);
+        navo::memory::release(block->name);
+        navo::memory::release(block->fields);
         dk_dfMapFree(block->positionByName);
     }
-    dk_mem_free(definition->blocks);
-    dk_mem_free(definition->name);
+    navo::memory::release(definition->blocks);
+    navo::memory::release(definition->name);
     memset(definition, 0, sizeof *definition);
-}
-
-NAVO_API int32_t NAVO_CALL dk_dfInit(dk_dfDefinitionList **out)
-{
-    if (out == NULL)
-        return 0;
-    *out = dk_mem_zalloc(sizeof **out);
-    return *out != NULL;
-}
-
-NAVO_API int32_t NAVO_CALL dk_dfDestroyDefinition(dk_dfDefinitionList *list, int32_t index)
-{
-    int ok;
-    if (list == NULL || list->count == 0)
-        return 0;
-    /* An index outside the list is refused (outside the contract). */
-    if (index < 0 || index >= list->count)
-        return 0;
-    dk_dfReleaseDefinition(&list->items[index]);
-    if (list->count == 1) {
-        dk_mem_free(list->items);
-        list->items = NULL;
-        list->count = 0;
-        return 1;
-    }
-    memmove(&list->items[index], &list->items[index + 1],
-            (size_t)(list->count - index - 1) * sizeof(dk_dfDefinition));
-    list->count--;
-    {
-        /* A shrink that fails keeps the larger block; the count is what holds. */
-        dk_dfDefinition *items = dk_mem_resize_array(list->items, (size_t)list->count, sizeof *items, &ok);
-        if (ok)
-            list->items = items;
-    }
-    return 1;
-}
-
-NAVO_API int32_t NAVO_CALL dk_dfDestroy(dk_dfDefinitionList **pointer)
-{
-    dk_dfDefinitionList *list;
-    if (pointer == NULL || *pointer == NULL)
-        return 1;
-    list = *pointer;
-    while (list->count > 0)
-        dk_dfDestroyDefinition(list, 0);
-    dk_mem_free(list);
-    *pointer = NULL;
-    return 1;
 }
 
 /* How the reading part of a load ended. */
@@ -226,7 +165,7 @@ static enum dk_dfOutcome dk_dfReadForms(dk_dfDefinition *definition, dk_sdDictio
             if (definition->forms[i].id == id)
                 return DK_DF_REMOVE;
         }
-        form = dk_dfAppend((void **)&definition->forms, &definition->formCount, sizeof *form);
+        form = navo::memory::append_zeroed(definition->forms, definition->formCount);
         if (form == NULL)
             return DK_DF_REMOVE;
         form->id = id;
@@ -243,11 +182,11 @@ static enum dk_dfOutcome dk_dfReadForms(dk_dfDefinition *definition, dk_sdDictio
             if (blockName == NULL || dk_dfToken(&position, ",") == NULL ||
                 (occurrence = dk_dfToken(&position, ",")) == NULL)
                 return DK_DF_REMOVE;
-            ref = dk_dfAppend((void **)&form->refs, &form->refCount, sizeof *ref);
+            ref = navo::memory::append_zeroed(form->refs, form->refCount);
             if (ref == NULL)
                 return DK_DF_REMOVE;
             ref->occurrence = dk_dfNumber(occurrence);
-            ref->name = dk_mem_strdup(blockName);
+            ref->name = navo::memory::duplicate(blockName);
             if (ref->name == NULL || ref->occurrence == 0)
                 return DK_DF_REMOVE;
         }
@@ -270,10 +209,10 @@ static enum dk_dfOutcome dk_dfReadBlocks(dk_dfDefinition *definition, dk_sdDicti
         blockName = dk_dfToken(&position, ",");
         if (blockName == NULL || (tag = dk_dfToken(&position, ">")) == NULL)
             return DK_DF_REMOVE;
-        block = dk_dfAppend((void **)&definition->blocks, &definition->blockCount, sizeof *block);
+        block = navo::memory::append_zeroed(definition->blocks, definition->blockCount);
         if (block == NULL)
             return DK_DF_REMOVE;
-        block->name = dk_mem_strdup(blockName);
+        block->name = navo::memory::duplicate(blockName);
         if (block->name == NULL || !dk_sdTrimAll(tag, name, DK_DF_NAME_SIZE))
             return DK_DF_REMOVE;
         if (!dk_sdGetSafeID(dictionary, name, &block->tagId))
@@ -294,7 +233,7 @@ static enum dk_dfOutcome dk_dfReadBlocks(dk_dfDefinition *definition, dk_sdDicti
                 return DK_DF_REMOVE;
             if (!dk_sdGetSafeID(dictionary, name, &nameId))
                 return DK_DF_INTERN_FAILED;
-            field = dk_dfAppend((void **)&block->fields, &block->fieldCount, sizeof *field);
+            field = navo::memory::append_zeroed(block->fields, block->fieldCount);
             if (field == NULL)
                 return DK_DF_REMOVE;
             field->nameId = nameId;
@@ -340,12 +279,12 @@ static int dk_dfComplete(dk_dfDefinition *definition)
     }
     for (i = 0; i < definition->formCount; i++) {
         for (j = 0; j < definition->forms[i].refCount; j++) {
-            dk_mem_free(definition->forms[i].refs[j].name);
+            navo::memory::release(definition->forms[i].refs[j].name);
             definition->forms[i].refs[j].name = NULL;
         }
     }
     for (i = 0; i < definition->blockCount; i++) {
-        dk_mem_free(definition->blocks[i].name);
+        navo::memory::release(definition->blocks[i].name);
         definition->blocks[i].name = NULL;
     }
     for (i = 0; i < definition->formCount; i++) {
@@ -374,60 +313,6 @@ static int dk_dfComplete(dk_dfDefinition *definition)
             return 0;
         for (j = 0; j < block->fieldCount; j++)
             block->positionByName[block->fields[j].nameId] = j;
-    }
-    return 1;
-}
-
-NAVO_API int32_t NAVO_CALL dk_dfLoadDefinition(dk_dfDefinitionList *list, dk_sdDictionary *dictionary,
-                                               const char *text)
-{
-    char line[DK_DF_LINE_SIZE];
-    char name[DK_DF_NAME_SIZE];
-    dk_dfDefinition *definition;
-    char *nameCopy;
-    enum dk_dfOutcome outcome;
-    int32_t index;
-    int32_t i;
-    if (list == NULL || dictionary == NULL || text == NULL)
-        return 0;
-    definitionText = text;
-    definitionCursor = 0;
-    definitionLength = strlen(text);
-    definitionMalformed = 0;
-
-    if (dk_dfReadLine(line, DK_DF_LINE_SIZE) == NULL)
-        return 0;
-    /* The line buffer is zero behind the line, so a short version line gives an empty name. */
-    if (!dk_sdTrimAll(strlen(line) >= DK_DF_VERSION_SKIP ? line + DK_DF_VERSION_SKIP : "", name,
-                      DK_DF_NAME_SIZE))
-        return 0;
-    for (i = 0; i < list->count; i++) {
-        if (list->items[i].name != NULL && dk_sdStrCmp(list->items[i].name, name) == 0)
-            return 0;
-    }
-    nameCopy = dk_mem_strdup(name);
-    if (nameCopy == NULL)
-        return 0;
-    index = list->count;
-    definition = dk_dfAppend((void **)&list->items, &list->count, sizeof *definition);
-    if (definition == NULL) {
-        dk_mem_free(nameCopy);
-        return 0;
-    }
-    definition->name = nameCopy;
-
-    if (dk_dfReadLine(line, DK_DF_LINE_SIZE) == NULL || dk_dfReadLine(line, DK_DF_LINE_SIZE) == NULL) {
-        dk_dfDestroyDefinition(list, index);
-        return 0;
-    }
-    outcome = dk_dfReadForms(definition, dictionary, line, name);
-    if (outcome == DK_DF_READ_OK)
-        outcome = dk_dfReadBlocks(definition, dictionary, line, name);
-    if (outcome == DK_DF_INTERN_FAILED)
-        return 0;
-    if (outcome == DK_DF_REMOVE || !dk_dfComplete(definition)) {
-        dk_dfDestroyDefinition(list, index);
-        return 0;
     }
     return 1;
 }
@@ -461,3 +346,104 @@ int32_t dk_dfFieldPosition(const dk_dfBlock *block, int32_t nameId)
         return -1;
     return position;
 }
+
+extern "C" {
+
+NAVO_API int32_t NAVO_CALL dk_dfInit(dk_dfDefinitionList **out) noexcept
+{
+    if (out == NULL)
+        return 0;
+    *out = navo::memory::make_zeroed<dk_dfDefinitionList>();
+    return *out != NULL;
+}
+
+NAVO_API int32_t NAVO_CALL dk_dfDestroyDefinition(dk_dfDefinitionList *list, int32_t index) noexcept
+{
+    if (list == NULL || list->count == 0)
+        return 0;
+    /* An index outside the list is refused (outside the contract). */
+    if (index < 0 || index >= list->count)
+        return 0;
+    dk_dfReleaseDefinition(&list->items[index]);
+    if (list->count == 1) {
+        navo::memory::release(list->items);
+        list->items = NULL;
+        list->count = 0;
+        return 1;
+    }
+    memmove(&list->items[index], &list->items[index + 1],
+            (size_t)(list->count - index - 1) * sizeof(dk_dfDefinition));
+    list->count--;
+    /* A shrink that fails keeps the larger block; the count is what holds. */
+    (void)navo::memory::resize_array(list->items, static_cast<size_t>(list->count));
+    return 1;
+}
+
+NAVO_API int32_t NAVO_CALL dk_dfDestroy(dk_dfDefinitionList **pointer) noexcept
+{
+    dk_dfDefinitionList *list;
+    if (pointer == NULL || *pointer == NULL)
+        return 1;
+    list = *pointer;
+    while (list->count > 0)
+        dk_dfDestroyDefinition(list, 0);
+    navo::memory::release(list);
+    *pointer = NULL;
+    return 1;
+}
+
+NAVO_API int32_t NAVO_CALL dk_dfLoadDefinition(dk_dfDefinitionList *list, dk_sdDictionary *dictionary,
+                                               const char *text) noexcept
+{
+    char line[DK_DF_LINE_SIZE];
+    char name[DK_DF_NAME_SIZE];
+    dk_dfDefinition *definition;
+    char *nameCopy;
+    enum dk_dfOutcome outcome;
+    int32_t index;
+    int32_t i;
+    if (list == NULL || dictionary == NULL || text == NULL)
+        return 0;
+    definitionText = text;
+    definitionCursor = 0;
+    definitionLength = strlen(text);
+    definitionMalformed = 0;
+
+    if (dk_dfReadLine(line, DK_DF_LINE_SIZE) == NULL)
+        return 0;
+    /* The line buffer is zero behind the line, so a short version line gives an empty name. */
+    if (!dk_sdTrimAll(strlen(line) >= DK_DF_VERSION_SKIP ? line + DK_DF_VERSION_SKIP : "", name,
+                      DK_DF_NAME_SIZE))
+        return 0;
+    for (i = 0; i < list->count; i++) {
+        if (list->items[i].name != NULL && dk_sdStrCmp(list->items[i].name, name) == 0)
+            return 0;
+    }
+    nameCopy = navo::memory::duplicate(name);
+    if (nameCopy == NULL)
+        return 0;
+    index = list->count;
+    definition = navo::memory::append_zeroed(list->items, list->count);
+    if (definition == NULL) {
+        navo::memory::release(nameCopy);
+        return 0;
+    }
+    definition->name = nameCopy;
+
+    if (dk_dfReadLine(line, DK_DF_LINE_SIZE) == NULL || dk_dfReadLine(line, DK_DF_LINE_SIZE) == NULL) {
+        dk_dfDestroyDefinition(list, index);
+        return 0;
+    }
+    outcome = dk_dfReadForms(definition, dictionary, line, name);
+    if (outcome == DK_DF_READ_OK)
+        outcome = dk_dfReadBlocks(definition, dictionary, line, name);
+    if (outcome == DK_DF_INTERN_FAILED)
+        return 0;
+    if (outcome == DK_DF_REMOVE || !dk_dfComplete(definition)) {
+        dk_dfDestroyDefinition(list, index);
+        return 0;
+    }
+    return 1;
+}
+
+}  // extern "C"

@@ -1,12 +1,12 @@
 /* dk_documents.c - document tables of Part 3.1: per-form document lists and their file pool. */
-#include "dk_documents.h"
+#include "store/document_tables.hpp"
 
 #include <string.h>
 
-#include "dk_alloc.h"
-#include "dk_context.h"
-#include "dk_deffile.h"
-#include "dk_spool.h"
+#include "core/allocator.hpp"
+#include "core/context.hpp"
+#include "definitions/definition_loader.hpp"
+#include "store/block_spool.hpp"
 
 int32_t dk_StoreFindForm(dk_Context *ctx, const char *form, dk_StoreTarget *target)
 {
@@ -122,30 +122,60 @@ static int dk_TablesHoldDocuments(const dk_Context *ctx)
     return 0;
 }
 
-NAVO_API int32_t NAVO_CALL dk_InitDocuments(dk_Context *ctx, int32_t size)
+/* Steps 2 to 7 of dk_RemoveDocument, for a list and an index already tested. */
+static void dk_RemoveDocumentAt(dk_DocumentList *list, int32_t docIndex)
+{
+    dk_Document *document = &list->documents[docIndex];
+    int32_t i;
+    for (i = 0; i < document->blockCount; i++)
+        dk_lfBlockDestroy(document->filePool, document->blocks[i]);
+    navo::memory::release(document->blocks);
+    navo::memory::release(document->footer.errorNotes);
+    navo::memory::release(document->footer.ocrNotes);
+    if (list->count == 1) {
+        navo::memory::release(list->documents);
+        list->documents = NULL;
+        list->count = 0;
+        return;
+    }
+    memmove(document, document + 1, (size_t)(list->count - docIndex - 1) * sizeof *document);
+    list->count--;
+    /* A shrink that fails keeps the larger array; the count is what counts. */
+    (void)navo::memory::resize_array(list->documents, static_cast<size_t>(list->count));
+}
+
+/* dk_RemoveDocuments for a list already found: removes from the front, count times. */
+static void dk_RemoveDocumentsOf(dk_DocumentList *list)
+{
+    int32_t remaining = list->count;
+    while (remaining-- > 0 && list->count > 0)
+        dk_RemoveDocumentAt(list, 0);
+}
+
+extern "C" {
+
+NAVO_API int32_t NAVO_CALL dk_InitDocuments(dk_Context *ctx, int32_t size) noexcept
 {
     const dk_dfDefinition *definition = dk_dfStoreDefinition(ctx);
     dk_lfBlock **entries;
     dk_lfFilePool *pool;
-    int ok;
     /* Eviction takes slot capacity - 1, so a pool needs at least one slot. */
     if (definition == NULL || size < 1)
         return 0;
     /* Tables without documents are released rather than lost: a load calls this once per file.
        Tables that still hold documents are left as the Part says, out of reach. */
     if (!dk_TablesHoldDocuments(ctx)) {
-        dk_mem_free(ctx->documentLists);
+        navo::memory::release(ctx->documentLists);
         ctx->documentLists = NULL;
         ctx->formCount = 0;
         dk_ContextReleasePool(ctx);
     }
-    entries = dk_mem_resize_array(NULL, (size_t)size, sizeof *entries, &ok);
-    if (!ok)
+    entries = navo::memory::make_zeroed<dk_lfBlock *>(static_cast<size_t>(size));
+    if (entries == NULL)
         return 0;
-    memset(entries, 0, (size_t)size * sizeof *entries);
-    pool = dk_mem_zalloc(sizeof *pool);
+    pool = navo::memory::make_zeroed<dk_lfFilePool>();
     if (pool == NULL) {
-        dk_mem_free(entries);
+        navo::memory::release(entries);
         return 0;
     }
     pool->capacity = size;
@@ -155,7 +185,7 @@ NAVO_API int32_t NAVO_CALL dk_InitDocuments(dk_Context *ctx, int32_t size)
     ctx->documentLists = NULL;
     ctx->formCount = 0;
     if (definition->formCount > 0) {
-        ctx->documentLists = dk_mem_zalloc((size_t)definition->formCount * sizeof *ctx->documentLists);
+        ctx->documentLists = navo::memory::make_zeroed<dk_DocumentList>(static_cast<size_t>(definition->formCount));
         if (ctx->documentLists == NULL)
             return 0;
     }
@@ -163,7 +193,7 @@ NAVO_API int32_t NAVO_CALL dk_InitDocuments(dk_Context *ctx, int32_t size)
     return 1;
 }
 
-NAVO_API int32_t NAVO_CALL dk_1fGetIDFormularza(dk_Context *ctx, const char *form)
+NAVO_API int32_t NAVO_CALL dk_1fGetIDFormularza(dk_Context *ctx, const char *form) noexcept
 {
     int32_t id = -1;
     if (ctx == NULL || form == NULL || !dk_sdGetID(ctx->dictionary, form, &id))
@@ -171,33 +201,7 @@ NAVO_API int32_t NAVO_CALL dk_1fGetIDFormularza(dk_Context *ctx, const char *for
     return id;
 }
 
-/* Steps 2 to 7 of dk_RemoveDocument, for a list and an index already tested. */
-static void dk_RemoveDocumentAt(dk_DocumentList *list, int32_t docIndex)
-{
-    dk_Document *document = &list->documents[docIndex];
-    dk_Document *documents;
-    int32_t i;
-    int ok;
-    for (i = 0; i < document->blockCount; i++)
-        dk_lfBlockDestroy(document->filePool, document->blocks[i]);
-    dk_mem_free(document->blocks);
-    dk_mem_free(document->footer.errorNotes);
-    dk_mem_free(document->footer.ocrNotes);
-    if (list->count == 1) {
-        dk_mem_free(list->documents);
-        list->documents = NULL;
-        list->count = 0;
-        return;
-    }
-    memmove(document, document + 1, (size_t)(list->count - docIndex - 1) * sizeof *document);
-    list->count--;
-    /* A shrink that fails keeps the larger array; the count is what counts. */
-    documents = dk_mem_resize_array(list->documents, (size_t)list->count, sizeof *documents, &ok);
-    if (ok)
-        list->documents = documents;
-}
-
-NAVO_API int32_t NAVO_CALL dk_AddDocument(dk_Context *ctx, const char *form, int32_t *out)
+NAVO_API int32_t NAVO_CALL dk_AddDocument(dk_Context *ctx, const char *form, int32_t *out) noexcept
 {
     dk_StoreTarget target;
     dk_DocumentList *list;
@@ -205,7 +209,6 @@ NAVO_API int32_t NAVO_CALL dk_AddDocument(dk_Context *ctx, const char *form, int
     dk_Document *document;
     int32_t index;
     int32_t i;
-    int ok;
     if (out == NULL)
         return 0;
     *out = -1;
@@ -214,10 +217,9 @@ NAVO_API int32_t NAVO_CALL dk_AddDocument(dk_Context *ctx, const char *form, int
     list = target.list;
     if (list->count == INT32_MAX)
         return 0;
-    documents = dk_mem_resize_array(list->documents, (size_t)list->count + 1, sizeof *documents, &ok);
-    if (!ok)
+    if (!navo::memory::resize_array(list->documents, static_cast<size_t>(list->count) + 1))
         return 0;
-    list->documents = documents;
+    documents = list->documents;
     index = list->count;
     list->count++;
     document = &documents[index];
@@ -235,7 +237,7 @@ NAVO_API int32_t NAVO_CALL dk_AddDocument(dk_Context *ctx, const char *form, int
     return 1;
 }
 
-NAVO_API int32_t NAVO_CALL dk_RemoveDocument(dk_Context *ctx, const char *form, int32_t docIndex)
+NAVO_API int32_t NAVO_CALL dk_RemoveDocument(dk_Context *ctx, const char *form, int32_t docIndex) noexcept
 {
     dk_StoreTarget target;
     if (!dk_StoreFindForm(ctx, form, &target) || !dk_StoreFindDocument(&target, docIndex))
@@ -244,15 +246,7 @@ NAVO_API int32_t NAVO_CALL dk_RemoveDocument(dk_Context *ctx, const char *form, 
     return 1;
 }
 
-/* dk_RemoveDocuments for a list already found: removes from the front, count times. */
-static void dk_RemoveDocumentsOf(dk_DocumentList *list)
-{
-    int32_t remaining = list->count;
-    while (remaining-- > 0 && list->count > 0)
-        dk_RemoveDocumentAt(list, 0);
-}
-
-NAVO_API int32_t NAVO_CALL dk_RemoveDocuments(dk_Context *ctx, const char *form)
+NAVO_API int32_t NAVO_CALL dk_RemoveDocuments(dk_Context *ctx, const char *form) noexcept
 {
     dk_StoreTarget target;
     if (!dk_StoreFindForm(ctx, form, &target))
@@ -261,7 +255,7 @@ NAVO_API int32_t NAVO_CALL dk_RemoveDocuments(dk_Context *ctx, const char *form)
     return 1;
 }
 
-NAVO_API int32_t NAVO_CALL dk_RemoveAllDocuments(dk_Context *ctx)
+NAVO_API int32_t NAVO_CALL dk_RemoveAllDocuments(dk_Context *ctx) noexcept
 {
     int32_t i;
     if (ctx == NULL || ctx->formCount == 0 || ctx->documentLists == NULL)
@@ -273,7 +267,7 @@ NAVO_API int32_t NAVO_CALL dk_RemoveAllDocuments(dk_Context *ctx)
     return 1;
 }
 
-NAVO_API int32_t NAVO_CALL dk_GetDocCount(dk_Context *ctx, const char *form, int32_t *out)
+NAVO_API int32_t NAVO_CALL dk_GetDocCount(dk_Context *ctx, const char *form, int32_t *out) noexcept
 {
     dk_StoreTarget target;
     if (out == NULL)
@@ -284,3 +278,5 @@ NAVO_API int32_t NAVO_CALL dk_GetDocCount(dk_Context *ctx, const char *form, int
     *out = target.list->count;
     return 1;
 }
+
+}  // extern "C"

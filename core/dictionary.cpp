@@ -1,9 +1,9 @@
 /* dk_dict.c - the string dictionary of Part 1.2: hash, sorted buckets, interning and trimming. */
-#include "dk_dict.h"
+#include "core/dictionary.hpp"
 
 #include <string.h>
 
-#include "dk_alloc.h"
+#include "core/allocator.hpp"
 
 /* Sign extension of the byte in bits 0 to 7, written out so it does not depend on char's sign:
    (byte ^ 0x80) - 0x80 in unsigned 32 bits is byte for 0x00 to 0x7F and byte | 0xFFFFFF00 above. */
@@ -87,28 +87,47 @@ static inline int32_t dk_sdCompare(const char *left, const char *right)
     }
 }
 
-NAVO_API int32_t NAVO_CALL dk_sdStrCmp(const char *left, const char *right)
+static int32_t dk_sdMatch(const dk_sdDictionary *dictionary, int32_t id, const char *text)
+{
+    /* Departure (speed only): the same comparison as dk_sdStrCmp, inlined. */
+    return dk_sdCompare(text, dictionary->strings[id]);
+}
+
+/* Lowest free slot, or -1 when every slot holds a string. */
+static int32_t dk_sdFreeSlot(const dk_sdDictionary *dictionary)
+{
+    int32_t i;
+    for (i = 0; i < dictionary->count; i++) {
+        if (dictionary->strings[i] == NULL)
+            return i;
+    }
+    return -1;
+}
+
+extern "C" {
+
+NAVO_API int32_t NAVO_CALL dk_sdStrCmp(const char *left, const char *right) noexcept
 {
     return dk_sdCompare(left, right);
 }
 
-NAVO_API int32_t NAVO_CALL dk_sdInit(dk_sdDictionary **out, uint32_t bucketCount)
+NAVO_API int32_t NAVO_CALL dk_sdInit(dk_sdDictionary **out, uint32_t bucketCount) noexcept
 {
-    dk_sdDictionary *dictionary = dk_mem_zalloc(sizeof *dictionary);
+    dk_sdDictionary *dictionary = navo::memory::make_zeroed<dk_sdDictionary>();
     *out = dictionary;
     if (dictionary == NULL)
         return 0;
     /* No bucket could hold a string: refused like a failed bucket allocation. */
     if (bucketCount == 0)
         return 0;
-    dictionary->buckets = dk_mem_zalloc((size_t)bucketCount * sizeof(dk_sdBucket));
+    dictionary->buckets = navo::memory::make_zeroed<dk_sdBucket>(bucketCount);
     if (dictionary->buckets == NULL)
         return 0;
     dictionary->bucketCount = bucketCount;
     return 1;
 }
 
-NAVO_API int32_t NAVO_CALL dk_sdDestroy(dk_sdDictionary **pointer)
+NAVO_API int32_t NAVO_CALL dk_sdDestroy(dk_sdDictionary **pointer) noexcept
 {
     dk_sdDictionary *dictionary = pointer != NULL ? *pointer : NULL;
     int32_t i;
@@ -116,25 +135,19 @@ NAVO_API int32_t NAVO_CALL dk_sdDestroy(dk_sdDictionary **pointer)
     if (dictionary == NULL)
         return 1;
     for (i = 0; i < dictionary->count; i++)
-        dk_mem_free(dictionary->strings[i]);
-    dk_mem_free(dictionary->strings);
+        navo::memory::release(dictionary->strings[i]);
+    navo::memory::release(dictionary->strings);
     if (dictionary->buckets != NULL) {
         for (b = 0; b < dictionary->bucketCount; b++)
-            dk_mem_free(dictionary->buckets[b].ids);
+            navo::memory::release(dictionary->buckets[b].ids);
     }
-    dk_mem_free(dictionary->buckets);
-    dk_mem_free(dictionary);
+    navo::memory::release(dictionary->buckets);
+    navo::memory::release(dictionary);
     *pointer = NULL;
     return 1;
 }
 
-static int32_t dk_sdMatch(const dk_sdDictionary *dictionary, int32_t id, const char *text)
-{
-    /* Departure (speed only): the same comparison as dk_sdStrCmp, inlined. */
-    return dk_sdCompare(text, dictionary->strings[id]);
-}
-
-NAVO_API int32_t NAVO_CALL dk_sdGetID(dk_sdDictionary *dictionary, const char *text, int32_t *out)
+NAVO_API int32_t NAVO_CALL dk_sdGetID(dk_sdDictionary *dictionary, const char *text, int32_t *out) noexcept
 {
     const dk_sdBucket *bucket;
     int32_t i;
@@ -181,64 +194,43 @@ NAVO_API int32_t NAVO_CALL dk_sdGetID(dk_sdDictionary *dictionary, const char *t
     return 0;
 }
 
-/* Lowest free slot, or -1 when every slot holds a string. */
-static int32_t dk_sdFreeSlot(const dk_sdDictionary *dictionary)
-{
-    int32_t i;
-    for (i = 0; i < dictionary->count; i++) {
-        if (dictionary->strings[i] == NULL)
-            return i;
-    }
-    return -1;
-}
-
-NAVO_API int32_t NAVO_CALL dk_sdAddStr(dk_sdDictionary *dictionary, const char *text)
+NAVO_API int32_t NAVO_CALL dk_sdAddStr(dk_sdDictionary *dictionary, const char *text) noexcept
 {
     dk_sdBucket *bucket;
     char *copy;
     int32_t slot;
     int32_t id;
     int32_t position;
-    int32_t *ids;
     int grew = 0;
-    int ok;
     if (dictionary == NULL || dictionary->buckets == NULL)
         return 0;
     if (dk_sdGetID(dictionary, text, &id))
         return 1;
     /* Every fallible step comes before the first change that would need undoing with memory. */
-    copy = dk_mem_strdup(text);
+    copy = navo::memory::duplicate(text);
     if (copy == NULL)
         return 0;
     slot = dk_sdFreeSlot(dictionary);
     if (slot < 0) {
-        char **strings = dk_mem_resize_array(dictionary->strings, (size_t)dictionary->count + 1, sizeof(char *), &ok);
-        if (!ok) {
-            dk_mem_free(copy);
+        if (!navo::memory::resize_array(dictionary->strings, static_cast<size_t>(dictionary->count) + 1)) {
+            navo::memory::release(copy);
             return 0;
         }
-        dictionary->strings = strings;
         slot = dictionary->count;
         dictionary->strings[slot] = NULL;
         dictionary->count++;
         grew = 1;
     }
     bucket = &dictionary->buckets[dk_sdHash(dictionary, text)];
-    ids = dk_mem_resize_array(bucket->ids, (size_t)bucket->count + 1, sizeof(int32_t), &ok);
-    if (!ok) {
-        dk_mem_free(copy);
+    if (!navo::memory::resize_array(bucket->ids, static_cast<size_t>(bucket->count) + 1)) {
+        navo::memory::release(copy);
         if (grew) {
             /* Give the new slot back; if even the shrink fails it stays as a free slot. */
-            char **strings = dk_mem_resize_array(dictionary->strings, (size_t)dictionary->count - 1,
-                                                 sizeof(char *), &ok);
-            if (ok) {
-                dictionary->strings = strings;
+            if (navo::memory::resize_array(dictionary->strings, static_cast<size_t>(dictionary->count) - 1))
                 dictionary->count--;
-            }
         }
         return 0;
     }
-    bucket->ids = ids;
     dictionary->strings[slot] = copy;
     position = bucket->count;
     for (id = 0; id < bucket->count; id++) {
@@ -254,34 +246,29 @@ NAVO_API int32_t NAVO_CALL dk_sdAddStr(dk_sdDictionary *dictionary, const char *
     return 1;
 }
 
-NAVO_API int32_t NAVO_CALL dk_sdDelStr(dk_sdDictionary *dictionary, const char *text)
+NAVO_API int32_t NAVO_CALL dk_sdDelStr(dk_sdDictionary *dictionary, const char *text) noexcept
 {
     dk_sdBucket *bucket;
     int32_t id;
     int32_t position;
-    int ok;
     if (dictionary == NULL || dictionary->buckets == NULL)
         return 0;
     bucket = &dictionary->buckets[dk_sdHash(dictionary, text)];
     if (!dk_sdGetID(dictionary, text, &id))
         return 0;
-    dk_mem_free(dictionary->strings[id]);
+    navo::memory::release(dictionary->strings[id]);
     dictionary->strings[id] = NULL;
     for (position = 0; bucket->ids[position] != id; position++)
         ;
     memmove(&bucket->ids[position], &bucket->ids[position + 1],
             (size_t)(bucket->count - position - 1) * sizeof(int32_t));
     bucket->count--;
-    {
-        /* A shrink that fails keeps the larger block; the count is what holds. */
-        int32_t *ids = dk_mem_resize_array(bucket->ids, (size_t)bucket->count, sizeof(int32_t), &ok);
-        if (ok)
-            bucket->ids = ids;
-    }
+    /* A shrink that fails keeps the larger block; the count is what holds. */
+    (void)navo::memory::resize_array(bucket->ids, static_cast<size_t>(bucket->count));
     return 1;
 }
 
-NAVO_API int32_t NAVO_CALL dk_sdDopisz(dk_sdDictionary *dictionary, const char *text)
+NAVO_API int32_t NAVO_CALL dk_sdDopisz(dk_sdDictionary *dictionary, const char *text) noexcept
 {
     int32_t id;
     if (dk_sdGetID(dictionary, text, &id))
@@ -289,7 +276,7 @@ NAVO_API int32_t NAVO_CALL dk_sdDopisz(dk_sdDictionary *dictionary, const char *
     return dk_sdAddStr(dictionary, text);
 }
 
-NAVO_API int32_t NAVO_CALL dk_sdGetSafeID(dk_sdDictionary *dictionary, const char *text, int32_t *out)
+NAVO_API int32_t NAVO_CALL dk_sdGetSafeID(dk_sdDictionary *dictionary, const char *text, int32_t *out) noexcept
 {
     if (dk_sdGetID(dictionary, text, out))
         return 1;
@@ -300,7 +287,7 @@ NAVO_API int32_t NAVO_CALL dk_sdGetSafeID(dk_sdDictionary *dictionary, const cha
     return dk_sdGetID(dictionary, text, out);
 }
 
-NAVO_API int32_t NAVO_CALL dk_sdTrimAll(const char *text, char *out, int32_t size)
+NAVO_API int32_t NAVO_CALL dk_sdTrimAll(const char *text, char *out, int32_t size) noexcept
 {
     int32_t stored = 0;
     if (size < 1)
@@ -315,3 +302,5 @@ NAVO_API int32_t NAVO_CALL dk_sdTrimAll(const char *text, char *out, int32_t siz
     }
     return 1;
 }
+
+}  // extern "C"

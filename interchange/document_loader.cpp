@@ -1,14 +1,14 @@
 /* dk_docload.c - the document loader of Part 4.5: header, blocks in form order, notes, callback. */
-#include "dk_docload.h"
+#include "interchange/document_loader.hpp"
 
 #include <string.h>
 
-#include "dk_alloc.h"
-#include "dk_deffile.h"
-#include "dk_documents.h"
-#include "dk_format.h"
-#include "dk_scanner.h"
-#include "dk_status.h"
+#include "core/allocator.hpp"
+#include "definitions/definition_loader.hpp"
+#include "store/document_tables.hpp"
+#include "interchange/format.hpp"
+#include "interchange/scanner.hpp"
+#include "core/status.hpp"
 
 /* The Part's `form`, `closing` and `block` have room for 19 characters; a longer name is no name
    of the definition. The buffers here are as large as a tag so that such a name still reaches
@@ -31,20 +31,6 @@ void dk_LoadRaise(int32_t code)
     dk_OnNAVOError(code);
 }
 
-void *dk_LoadAppendNote(void **array, int32_t *count, size_t noteSize)
-{
-    int ok;
-    char *notes = dk_mem_resize_array(*array, (size_t)*count + 1, noteSize, &ok);
-    char *note;
-    if (!ok)
-        return NULL;
-    *array = notes;
-    note = notes + (size_t)*count * noteSize;
-    (*count)++;
-    memset(note, 0, noteSize);
-    return note;
-}
-
 /* One section's working state (Part 4.5, "Data model"). */
 typedef struct dk_SectionState {
     dk_Context *ctx;
@@ -64,7 +50,7 @@ typedef struct dk_SectionState {
 /* The failure step of the Part: release the text, set the code, tell the hook, drop the document. */
 static int32_t dk_SectionFail(dk_SectionState *s, int32_t code)
 {
-    dk_mem_free(s->text);
+    navo::memory::release(s->text);
     s->text = NULL;
     dk_LoadRaise(code);
     dk_RemoveDocument(s->ctx, s->form, s->docIndex);
@@ -118,7 +104,7 @@ static void dk_SectionFillRecord(dk_lfBlock *store, const dk_dfBlock *block, con
    the tag that filled its buffer (step 15: no code of its own). */
 static int32_t dk_SectionBlock(dk_SectionState *s)
 {
-    const char *end = memchr(s->tag, '>', sizeof s->tag);
+    const char *end = static_cast<const char *>(memchr(s->tag, '>', sizeof s->tag));
     size_t length;
     dk_StoreTarget *t = &s->target;
     if (end == NULL)
@@ -164,7 +150,7 @@ static int32_t dk_SectionErrorNote(dk_SectionState *s)
     dk_ErrorNote *note;
     if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
         return DK_ERR_READ;
-    note = dk_LoadAppendNote((void **)&footer->errorNotes, &footer->errorCount, sizeof *note);
+    note = navo::memory::append_zeroed(footer->errorNotes, footer->errorCount);
     if (note == NULL)
         return DK_ERR_MEMORY;
     dk_fmtCutLines(note, dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES, s->text);
@@ -178,7 +164,7 @@ static int32_t dk_SectionOcrNote(dk_SectionState *s)
     dk_OcrNote *note;
     if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
         return DK_ERR_READ;
-    note = dk_LoadAppendNote((void **)&footer->ocrNotes, &footer->ocrCount, sizeof *note);
+    note = navo::memory::append_zeroed(footer->ocrNotes, footer->ocrCount);
     if (note == NULL)
         return DK_ERR_MEMORY;
     note->kind = dk_fmtOcrKindOfTag(s->tag + sizeof DK_TAG_OCR_OPEN_PREFIX - 1);
@@ -250,7 +236,7 @@ int32_t dk_LoadDocument(dk_Context *ctx, FILE *stream, const char *section)
             break;
         code = dk_SectionBlock(&s);
         if (code == -1) {
-            dk_mem_free(s.text);
+            navo::memory::release(s.text);
             dk_RemoveDocument(ctx, s.form, s.docIndex);
             return 0;
         }
@@ -271,6 +257,6 @@ int32_t dk_LoadDocument(dk_Context *ctx, FILE *stream, const char *section)
     verdict = dk_OnNAVODocument(ctx, s.form, s.docIndex);
     if (verdict == 0)
         dk_RemoveDocument(ctx, s.form, s.docIndex);
-    dk_mem_free(s.text);
+    navo::memory::release(s.text);
     return verdict == 0 ? 1 : 2;
 }

@@ -1,11 +1,11 @@
 /* dk_packed.c - packed records of Part 3.5: whole documents and records as one flat buffer. */
-#include "dk_packed.h"
+#include "store/packed_records.hpp"
 
 #include <string.h>
 
-#include "dk_alloc.h"
-#include "dk_deffile.h"
-#include "dk_documents.h"
+#include "core/allocator.hpp"
+#include "definitions/definition_loader.hpp"
+#include "store/document_tables.hpp"
 
 /* A form that has documents; a known name that is no form's (a tag, a field) is refused. */
 static int dk_pkFindForm(dk_Context *ctx, const char *form, dk_StoreTarget *target)
@@ -32,7 +32,7 @@ static char *dk_pkName(const dk_Context *ctx, int32_t id)
 {
     if (id < 0 || id >= ctx->dictionary->count || ctx->dictionary->strings[id] == NULL)
         return NULL;
-    return dk_mem_strdup(ctx->dictionary->strings[id]);
+    return navo::memory::duplicate(ctx->dictionary->strings[id]);
 }
 
 /* Copies a field text into its zeroed slot, up to its NUL but never more than the width. */
@@ -51,17 +51,17 @@ static int32_t dk_pkHandOut(char *work, int64_t length, int32_t size, char **out
 {
     char *result;
     if (length > (int64_t)size) {
-        dk_mem_free(work);
+        navo::memory::release(work);
         return 1;
     }
-    result = dk_mem_zalloc((size_t)size);
+    result = navo::memory::make_zeroed<char>(static_cast<size_t>(size));
     if (result == NULL) {
-        dk_mem_free(work);
+        navo::memory::release(work);
         return 0;
     }
     if (length > 0)
         memcpy(result, work, (size_t)length);
-    dk_mem_free(work);
+    navo::memory::release(work);
     *out = result;
     return 1;
 }
@@ -71,8 +71,10 @@ int64_t dk_pkBlockLength(const dk_dfBlock *block)
     return (int64_t)block->recordLength + (int64_t)block->fieldCount;
 }
 
+extern "C" {
+
 NAVO_API int32_t NAVO_CALL dk_GetNAVODocument(dk_Context *ctx, const char *form, int32_t docIndex, char **out,
-                                              int32_t size)
+                                              int32_t size) noexcept
 {
     dk_StoreTarget target;
     char *work = NULL;
@@ -94,17 +96,17 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVODocument(dk_Context *ctx, const char *form,
         if (ref->occurrence == DK_DF_REPEATING || blockLength == 0)
             continue;
         if (target.document->blocks[r] == NULL) {
-            dk_mem_free(work);
+            navo::memory::release(work);
             return 0;
         }
         /* Past 2^31 - 1 no int32 size can hold the data: answered like any size too small. */
         if (length + blockLength > INT32_MAX) {
-            dk_mem_free(work);
+            navo::memory::release(work);
             return 1;
         }
-        grown = dk_mem_resize(work, (size_t)(length + blockLength));
+        grown = static_cast<char *>(navo::memory::resize(work, static_cast<size_t>(length + blockLength)));
         if (grown == NULL) {
-            dk_mem_free(work);
+            navo::memory::release(work);
             return 0;
         }
         work = grown;
@@ -122,7 +124,7 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVODocument(dk_Context *ctx, const char *form,
 }
 
 NAVO_API int32_t NAVO_CALL dk_GetNAVOBlock(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                           int32_t recordIndex, char **out, int32_t size)
+                                           int32_t recordIndex, char **out, int32_t size) noexcept
 {
     dk_StoreTarget target;
     char *work;
@@ -141,21 +143,21 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVOBlock(dk_Context *ctx, const char *form, in
     length = dk_pkBlockLength(target.block);
     if (length > INT32_MAX)
         return 1;
-    work = dk_mem_zalloc((size_t)length);
+    work = navo::memory::make_zeroed<char>(static_cast<size_t>(length));
     if (work == NULL)
         return 0;
     for (f = 0; f < target.block->fieldCount; f++) {
         int32_t width = target.block->fields[f].width;
         char *name = dk_pkName(ctx, target.block->fields[f].nameId);
-        char *buffer = name == NULL ? NULL : dk_mem_alloc((size_t)width + 1);
+        char *buffer = name == NULL ? NULL : static_cast<char *>(navo::memory::allocate(static_cast<size_t>(width) + 1));
         int32_t got = buffer != NULL &&
                       dk_GetField(ctx, form, docIndex, block, recordIndex, name, buffer, width + 1);
         if (got)
             dk_pkFillSlot(work + slot, buffer, width);
-        dk_mem_free(buffer);
-        dk_mem_free(name);
+        navo::memory::release(buffer);
+        navo::memory::release(name);
         if (!got) {
-            dk_mem_free(work);
+            navo::memory::release(work);
             return 0;
         }
         slot += (int64_t)width + 1;
@@ -164,7 +166,7 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVOBlock(dk_Context *ctx, const char *form, in
 }
 
 NAVO_API int32_t NAVO_CALL dk_SetNAVODocument(dk_Context *ctx, const char *form, int32_t docIndex,
-                                              const char *value, int32_t size)
+                                              const char *value, int32_t size) noexcept
 {
     dk_StoreTarget target;
     int64_t length = 0;
@@ -194,20 +196,20 @@ NAVO_API int32_t NAVO_CALL dk_SetNAVODocument(dk_Context *ctx, const char *form,
             char *name = dk_pkName(ctx, block->fields[f].nameId);
             /* dk_SetField reads at most the width, so a slot without its NUL stays inside value. */
             int32_t set = name != NULL && dk_SetField(ctx, form, docIndex, tag, 0, name, value + slot);
-            dk_mem_free(name);
+            navo::memory::release(name);
             if (!set) {
-                dk_mem_free(tag);
+                navo::memory::release(tag);
                 return 0;
             }
             slot += (int64_t)block->fields[f].width + 1;
         }
-        dk_mem_free(tag);
+        navo::memory::release(tag);
     }
     return 1;
 }
 
 NAVO_API int32_t NAVO_CALL dk_SetNAVOBlock(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                           int32_t recordIndex, const char *value, int32_t size)
+                                           int32_t recordIndex, const char *value, int32_t size) noexcept
 {
     dk_StoreTarget target;
     int64_t slot = 0;
@@ -224,18 +226,20 @@ NAVO_API int32_t NAVO_CALL dk_SetNAVOBlock(dk_Context *ctx, const char *form, in
     for (f = 0; f < target.block->fieldCount; f++) {
         int32_t width = target.block->fields[f].width;
         char *name = dk_pkName(ctx, target.block->fields[f].nameId);
-        char *buffer = name == NULL ? NULL : dk_mem_zalloc((size_t)width + 1);
+        char *buffer = name == NULL ? NULL : navo::memory::make_zeroed<char>(static_cast<size_t>(width) + 1);
         int32_t set = 0;
         if (buffer != NULL) {
             /* Up to the NUL, bounded by the slot: a slot without one is cut at its width. */
             dk_pkFillSlot(buffer, value + slot, width);
             set = dk_SetField(ctx, form, docIndex, block, recordIndex, name, buffer);
         }
-        dk_mem_free(buffer);
-        dk_mem_free(name);
+        navo::memory::release(buffer);
+        navo::memory::release(name);
         if (!set)
             return 0;
         slot += (int64_t)width + 1;
     }
     return 1;
 }
+
+}  // extern "C"

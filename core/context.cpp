@@ -1,22 +1,8 @@
 /* dk_context.c - the library context of Part 1.1: dk_Init and dk_Destroy. */
-#include "dk_context.h"
+#include "core/context.hpp"
 
-#include "dk_alloc.h"
-#include "dk_dict.h"
-
-NAVO_API int32_t NAVO_CALL dk_Init(dk_Context **out)
-{
-    dk_Context *ctx;
-    if (out == NULL)
-        return 0;
-    ctx = dk_mem_zalloc(sizeof *ctx);
-    *out = ctx;
-    if (ctx == NULL)
-        return 0;
-    if (!dk_sdInit(&ctx->dictionary, DK_SD_CONTEXT_BUCKETS))
-        return 0;
-    return dk_dfInit(&ctx->definitions);
-}
+#include "core/allocator.hpp"
+#include "core/dictionary.hpp"
 
 void dk_ContextReleasePool(dk_Context *ctx)
 {
@@ -31,12 +17,28 @@ void dk_ContextReleasePool(dk_Context *ctx)
             store->file = NULL;
         }
     }
-    dk_mem_free(pool->blocks);
-    dk_mem_free(pool);
+    navo::memory::release(pool->blocks);
+    navo::memory::release(pool);
     ctx->filePool = NULL;
 }
 
-NAVO_API int32_t NAVO_CALL dk_Destroy(dk_Context **pointer)
+extern "C" {
+
+NAVO_API int32_t NAVO_CALL dk_Init(dk_Context **out) noexcept
+{
+    dk_Context *ctx;
+    if (out == NULL)
+        return 0;
+    ctx = navo::memory::make_zeroed<dk_Context>();
+    *out = ctx;
+    if (ctx == NULL)
+        return 0;
+    if (!dk_sdInit(&ctx->dictionary, DK_SD_CONTEXT_BUCKETS))
+        return 0;
+    return dk_dfInit(&ctx->definitions);
+}
+
+NAVO_API int32_t NAVO_CALL dk_Destroy(dk_Context **pointer) noexcept
 {
     dk_Context *ctx;
     /* A null pointer or a context already destroyed is refused (outside the contract). */
@@ -45,16 +47,18 @@ NAVO_API int32_t NAVO_CALL dk_Destroy(dk_Context **pointer)
     ctx = *pointer;
     if (!dk_RemoveAllDocuments(ctx))
         return 0;
-    dk_mem_free(ctx->documentLists);
+    navo::memory::release(ctx->documentLists);
     ctx->documentLists = NULL;
     ctx->formCount = 0;
-    dk_mem_free(ctx->footer.notes);
+    navo::memory::release(ctx->footer.notes);
     ctx->footer.notes = NULL;
     ctx->footer.noteCount = 0;
     dk_ContextReleasePool(ctx);
     dk_dfDestroy(&ctx->definitions);
     dk_sdDestroy(&ctx->dictionary);
-    dk_mem_free(ctx);
+    navo::memory::release(ctx);
     *pointer = NULL;
     return 1;
 }
+
+}  // extern "C"

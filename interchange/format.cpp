@@ -1,5 +1,5 @@
 /* dk_format.c - the tables of the NAVO file format (Part 4.1) and the cut of a text into lines. */
-#include "dk_format.h"
+#include "interchange/format.hpp"
 
 #include <string.h>
 
@@ -50,24 +50,24 @@ const char *const dk_fmtOcrKindLetters[DK_OCR_KIND_COUNT] = { "a", "z", "l", "l2
 
 /* The records of navo.h must keep room for each line and its terminator; a change there that
    breaks a table fails the build instead of a cut. */
-_Static_assert(sizeof(((dk_FileHeader *)0)->line1) == 52 && sizeof(((dk_FileHeader *)0)->line5) == 33,
+static_assert(sizeof(dk_FileHeader::line1) == 52 && sizeof(dk_FileHeader::line5) == 33,
                "file header record does not match Part 4.1");
-_Static_assert(sizeof(((dk_DocHeader *)0)->line12) == 2 && sizeof(((dk_DocHeader *)0)->line14) == 33,
+static_assert(sizeof(dk_DocHeader::line12) == 2 && sizeof(dk_DocHeader::line14) == 33,
                "document header record does not match Part 4.1");
-_Static_assert(sizeof(((dk_OcrNote *)0)->text4) == 73 && sizeof(((dk_ErrorNote *)0)->text4) == 11,
+static_assert(sizeof(dk_OcrNote::text4) == 73 && sizeof(dk_ErrorNote::text4) == 11,
                "note records do not match Part 4.1");
-_Static_assert(51 + 8 + 24 + 24 + 32 == DK_FILE_HEADER_LENGTH, "file header widths");
-_Static_assert(51 + 8 * 5 + 24 * 5 + 1 + 1 + 32 == DK_DOC_HEADER_LENGTH, "document header widths");
-_Static_assert(10 * 3 + 72 + 24 * 2 == DK_OCR_NOTE_LENGTH, "OCR note widths");
-_Static_assert(sizeof(DK_PROLOG_DOCTYPE_START) - 1 + DK_PROLOG_VERSION_LENGTH + sizeof(DK_PROLOG_DOCTYPE_END) - 1
+static_assert(51 + 8 + 24 + 24 + 32 == DK_FILE_HEADER_LENGTH, "file header widths");
+static_assert(51 + 8 * 5 + 24 * 5 + 1 + 1 + 32 == DK_DOC_HEADER_LENGTH, "document header widths");
+static_assert(10 * 3 + 72 + 24 * 2 == DK_OCR_NOTE_LENGTH, "OCR note widths");
+static_assert(sizeof(DK_PROLOG_DOCTYPE_START) - 1 + DK_PROLOG_VERSION_LENGTH + sizeof(DK_PROLOG_DOCTYPE_END) - 1
                    == DK_PROLOG_READ_DOCTYPE,
                "prolog line 1 length");
-_Static_assert(sizeof(DK_PROLOG_VERSION_START) - 1 + DK_PROLOG_VERSION_LENGTH + sizeof(DK_PROLOG_VERSION_END) - 1
+static_assert(sizeof(DK_PROLOG_VERSION_START) - 1 + DK_PROLOG_VERSION_LENGTH + sizeof(DK_PROLOG_VERSION_END) - 1
                    == DK_PROLOG_READ_VERSION + 1,
                "prolog line 2 length");
-_Static_assert(sizeof(DK_PROLOG_ENCODING) - 1 == DK_PROLOG_READ_ENCODING + 1, "prolog line 3 length");
-_Static_assert(sizeof(DK_DOCTYPE_HEAD) - 1 == DK_DOCTYPE_HEAD_LENGTH, "doctype head length");
-_Static_assert(sizeof(DK_VERSION_VALUE_1_3) - 1 == DK_VERSION_VALUE_LENGTH, "version value length");
+static_assert(sizeof(DK_PROLOG_ENCODING) - 1 == DK_PROLOG_READ_ENCODING + 1, "prolog line 3 length");
+static_assert(sizeof(DK_DOCTYPE_HEAD) - 1 == DK_DOCTYPE_HEAD_LENGTH, "doctype head length");
+static_assert(sizeof(DK_VERSION_VALUE_1_3) - 1 == DK_VERSION_VALUE_LENGTH, "version value length");
 
 int32_t dk_fmtOcrKindOfTag(const char *rest)
 {

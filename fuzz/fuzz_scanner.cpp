@@ -5,7 +5,7 @@
 #include <string.h>
 
 #include "navo.h"
-#include "dk_scanner.h"
+#include "interchange/scanner.hpp"
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 

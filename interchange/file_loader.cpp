@@ -1,14 +1,14 @@
 /* dk_fileload.c - the file loader of Part 4.4: prolog, version choice, header, sections, footer. */
-#include "dk_fileload.h"
+#include "interchange/file_loader.hpp"
 
 #include <string.h>
 
-#include "dk_alloc.h"
-#include "dk_docload.h"
-#include "dk_format.h"
-#include "dk_scanner.h"
-#include "dk_status.h"
-#include "dk_textstream.h"
+#include "core/allocator.hpp"
+#include "interchange/document_loader.hpp"
+#include "interchange/format.hpp"
+#include "interchange/scanner.hpp"
+#include "core/status.hpp"
+#include "platform/text_stream.hpp"
 
 /* What one load holds of its own (Part 4.4, "Data model"). */
 typedef struct dk_LoadState {
@@ -22,7 +22,7 @@ typedef struct dk_LoadState {
 static int32_t dk_LoadEnd(dk_LoadState *s, int32_t result)
 {
     fclose(s->stream);
-    dk_mem_free(s->text);
+    navo::memory::release(s->text);
     s->text = NULL;
     return result;
 }
@@ -66,7 +66,7 @@ static void dk_LoadEmptyContext(dk_Context *ctx)
         dk_RemoveAllDocuments(ctx);
     dk_dfDestroyDefinition(ctx->definitions, 0);
     if (ctx->footer.noteCount > 0 || ctx->footer.notes != NULL) {
-        dk_mem_free(ctx->footer.notes);
+        navo::memory::release(ctx->footer.notes);
         ctx->footer.notes = NULL;
         ctx->footer.noteCount = 0;
     }
@@ -96,7 +96,7 @@ static int32_t dk_LoadFooter(dk_LoadState *s)
             return dk_LoadFail(s, DK_ERR_TAG);
         if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
             return dk_LoadFail(s, DK_ERR_READ);
-        note = dk_LoadAppendNote((void **)&footer->notes, &footer->noteCount, sizeof *note);
+        note = navo::memory::append_zeroed(footer->notes, footer->noteCount);
         if (note == NULL)
             return dk_LoadFail(s, DK_ERR_MEMORY);
         dk_fmtCutLines(note, dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES, s->text);
@@ -125,7 +125,9 @@ static int32_t dk_LoadSections(dk_LoadState *s)
     }
 }
 
-NAVO_API int32_t NAVO_CALL dk_LoadNAVO(dk_Context *ctx, const char *path)
+extern "C" {
+
+NAVO_API int32_t NAVO_CALL dk_LoadNAVO(dk_Context *ctx, const char *path) noexcept
 {
     dk_LoadState s;
     dk_FileProlog *prolog;
@@ -195,3 +197,5 @@ NAVO_API int32_t NAVO_CALL dk_LoadNAVO(dk_Context *ctx, const char *path)
 
     return dk_LoadSections(&s);
 }
+
+}  // extern "C"

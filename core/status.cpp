@@ -1,5 +1,5 @@
 /* dk_status.c - errors and notifications of Part 1.3: catalogue, counters, callback and hooks. */
-#include "dk_status.h"
+#include "core/status.hpp"
 
 #include <string.h>
 
@@ -21,9 +21,11 @@ const dk_ErrorEntry dk_ErrorCatalogue[DK_ERROR_CATALOGUE_ROWS] = {
 
 static int32_t i_lKodBledu;
 
+extern "C" {
 NAVO_API int32_t i_lNumerLinii;
 NAVO_API int32_t i_lLinii;
 NAVO_API dk_DocumentCallback OnNAVODocument;
+}
 
 void dk_SetErrorCode(int32_t code)
 {
@@ -41,17 +43,19 @@ int32_t dk_RaiseError(int32_t code)
     return dk_OnNAVOError(code);
 }
 
-NAVO_API int32_t NAVO_CALL dk_GetNAVOLine(void)
+extern "C" {
+
+NAVO_API int32_t NAVO_CALL dk_GetNAVOLine(void) noexcept
 {
     return i_lNumerLinii;
 }
 
-NAVO_API int32_t NAVO_CALL dk_GetNAVOError(void)
+NAVO_API int32_t NAVO_CALL dk_GetNAVOError(void) noexcept
 {
     return i_lKodBledu;
 }
 
-NAVO_API int32_t NAVO_CALL dk_GetNAVOErrorMessage(int32_t code, char *out, int32_t size)
+NAVO_API int32_t NAVO_CALL dk_GetNAVOErrorMessage(int32_t code, char *out, int32_t size) noexcept
 {
     size_t capacity;
     size_t length;
@@ -71,23 +75,23 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVOErrorMessage(int32_t code, char *out, int32
     return 0;
 }
 
-NAVO_API int32_t NAVO_CALL dk_GetLastNAVOErrorMessage(char *out, int32_t size)
+NAVO_API int32_t NAVO_CALL dk_GetLastNAVOErrorMessage(char *out, int32_t size) noexcept
 {
     return dk_GetNAVOErrorMessage(i_lKodBledu, out, size);
 }
 
-NAVO_API void NAVO_CALL dk_UstawCallBack(dk_DocumentCallback callback)
+NAVO_API void NAVO_CALL dk_UstawCallBack(dk_DocumentCallback callback) noexcept
 {
     OnNAVODocument = callback;
 }
 
-NAVO_API int32_t NAVO_CALL dk_OnNAVOError(int32_t code)
+NAVO_API int32_t NAVO_CALL dk_OnNAVOError(int32_t code) noexcept
 {
     return code == 0 ? 1 : 0;
 }
 
 NAVO_API void NAVO_CALL dk_OnNAVOBlock(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                       int32_t recordIndex)
+                                       int32_t recordIndex) noexcept
 {
     /* A hook with no body: the loader's call marks the point where a host build could listen. */
     (void)ctx;
@@ -97,9 +101,11 @@ NAVO_API void NAVO_CALL dk_OnNAVOBlock(dk_Context *ctx, const char *form, int32_
     (void)recordIndex;
 }
 
-NAVO_API int32_t NAVO_CALL dk_OnNAVODocument(dk_Context *ctx, const char *form, int32_t docIndex)
+NAVO_API int32_t NAVO_CALL dk_OnNAVODocument(dk_Context *ctx, const char *form, int32_t docIndex) noexcept
 {
     if (OnNAVODocument == NULL)
         return 0;
     return OnNAVODocument(ctx, form, docIndex) == 0 ? 0 : 2;
 }
+
+}  // extern "C"

@@ -1,12 +1,12 @@
 /* dk_scanner.c - the stream scanner of Part 4.3: the lowest readers of a NAVO file. */
-#include "dk_platform.h" /* first: it settles the feature level that DK_GETC needs */
+#include "platform/platform.hpp" /* first: it settles the feature level that DK_GETC needs */
 
-#include "dk_scanner.h"
+#include "interchange/scanner.hpp"
 
 #include <string.h>
 
-#include "dk_alloc.h"
-#include "dk_format.h"
+#include "core/allocator.hpp"
+#include "interchange/format.hpp"
 
 /* What dk_scanNext gives at the end of the input; no byte value can look like it. */
 #define DK_SCAN_END (-2)
@@ -36,135 +36,6 @@ static int dk_scanNext(FILE *stream)
 static int dk_scanUpper(int c)
 {
     return c >= 'a' && c <= 'z' ? c - ('a' - 'A') : c;
-}
-
-NAVO_API int32_t NAVO_CALL dk_LoadChar(FILE *stream)
-{
-    int c;
-    if (stream == NULL)
-        return -1;
-    c = dk_scanNext(stream);
-    if (c == DK_SCAN_END)
-        return -1;
-    /* Widened from a signed 8-bit value: bytes from 0x80 on come out negative, 0xFF as -1. */
-    return (int32_t)(c >= 0x80 ? c - 0x100 : c);
-}
-
-NAVO_API int32_t NAVO_CALL dk_LoadStringbyLen(FILE *stream, char *out, int32_t size, int32_t count)
-{
-    int32_t stored;
-    if (out == NULL || stream == NULL)
-        return 0;
-    if (size > 0)
-        memset(out, 0, (size_t)size);
-    if (count < 1)
-        return 1;
-    for (stored = 0; stored < count; stored++) {
-        int c;
-        if (stored >= size)
-            return 0;
-        c = dk_scanNext(stream);
-        if (c == DK_SCAN_END)
-            return 0;
-        out[stored] = (char)c;
-    }
-    return 1;
-}
-
-NAVO_API int32_t NAVO_CALL dk_LoadStringforTag(FILE *stream, char *out, int32_t size)
-{
-    int32_t stored = 0;
-    if (out == NULL || stream == NULL)
-        return 0;
-    if (size < 1)
-        return 1;
-    memset(out, 0, (size_t)size);
-    for (;;) {
-        int c = dk_scanNext(stream);
-        if (c == DK_SCAN_END)
-            return 0;
-        if (stored == 0) {
-            if (c == ' ' || c == '\r')
-                continue;
-            if (c != '<')
-                return 0;
-        }
-        out[stored++] = (char)c;
-        if (c == '>')
-            return 1;
-        /* A full buffer ends the read without a terminator; the rest stays in the stream. */
-        if (stored == size)
-            return 1;
-    }
-}
-
-NAVO_API int32_t NAVO_CALL dk_LoadStringtoTerminator(FILE *stream, char **out, const char *block)
-{
-    char *text;
-    size_t length = 0;
-    size_t capacity = 1;
-    size_t i;
-    int c;
-    if (out == NULL)
-        return 0;
-    if (*out != NULL) {
-        dk_mem_free(*out);
-        *out = NULL;
-    }
-    if (stream == NULL)
-        return 0;
-    text = dk_mem_alloc(capacity);
-    if (text == NULL)
-        return 0;
-    text[0] = '\0';
-    for (;;) {
-        c = dk_scanNext(stream);
-        if (c == DK_SCAN_END) {
-            dk_mem_free(text);
-            return 0;
-        }
-        if (c == '<')
-            break;
-        if (length + 1 == capacity) {
-            /* Capacity grows geometrically; the text still grows by one character at a time. */
-            size_t grown = capacity < 64 ? 64 : capacity * 2;
-            char *bigger = dk_mem_resize(text, grown);
-            if (bigger == NULL) {
-                dk_mem_free(text);
-                return 0;
-            }
-            text = bigger;
-            capacity = grown;
-        }
-        text[length++] = (char)c;
-        text[length] = '\0';
-    }
-    *out = text;
-
-    /* Whatever stands between the '<' and the first '/' is dropped untested. */
-    do {
-        c = dk_scanNext(stream);
-        if (c == DK_SCAN_END)
-            return 0;
-    } while (c != '/');
-
-    if (block == NULL) {
-        do {
-            c = dk_scanNext(stream);
-            if (c == DK_SCAN_END)
-                return 0;
-        } while (c != '>');
-        return 1;
-    }
-    for (i = 0;; i++) {
-        c = dk_scanNext(stream);
-        if (c == DK_SCAN_END)
-            return 0;
-        if (c == '>')
-            return block[i] == '\0' ? 1 : 0;
-        if (block[i] == '\0' || dk_scanUpper(c) != dk_scanUpper((unsigned char)block[i]))
-            return 0;
-    }
 }
 
 /* Gathers the rest of a section tag through its '>' into `rest` (DK_SCAN_REST_SIZE bytes).
@@ -237,3 +108,136 @@ int32_t dk_LoadNextSection(FILE *stream, char *out, int32_t size)
         }
     }
 }
+
+extern "C" {
+
+NAVO_API int32_t NAVO_CALL dk_LoadChar(FILE *stream) noexcept
+{
+    int c;
+    if (stream == NULL)
+        return -1;
+    c = dk_scanNext(stream);
+    if (c == DK_SCAN_END)
+        return -1;
+    /* Widened from a signed 8-bit value: bytes from 0x80 on come out negative, 0xFF as -1. */
+    return (int32_t)(c >= 0x80 ? c - 0x100 : c);
+}
+
+NAVO_API int32_t NAVO_CALL dk_LoadStringbyLen(FILE *stream, char *out, int32_t size, int32_t count) noexcept
+{
+    int32_t stored;
+    if (out == NULL || stream == NULL)
+        return 0;
+    if (size > 0)
+        memset(out, 0, (size_t)size);
+    if (count < 1)
+        return 1;
+    for (stored = 0; stored < count; stored++) {
+        int c;
+        if (stored >= size)
+            return 0;
+        c = dk_scanNext(stream);
+        if (c == DK_SCAN_END)
+            return 0;
+        out[stored] = (char)c;
+    }
+    return 1;
+}
+
+NAVO_API int32_t NAVO_CALL dk_LoadStringforTag(FILE *stream, char *out, int32_t size) noexcept
+{
+    int32_t stored = 0;
+    if (out == NULL || stream == NULL)
+        return 0;
+    if (size < 1)
+        return 1;
+    memset(out, 0, (size_t)size);
+    for (;;) {
+        int c = dk_scanNext(stream);
+        if (c == DK_SCAN_END)
+            return 0;
+        if (stored == 0) {
+            if (c == ' ' || c == '\r')
+                continue;
+            if (c != '<')
+                return 0;
+        }
+        out[stored++] = (char)c;
+        if (c == '>')
+            return 1;
+        /* A full buffer ends the read without a terminator; the rest stays in the stream. */
+        if (stored == size)
+            return 1;
+    }
+}
+
+NAVO_API int32_t NAVO_CALL dk_LoadStringtoTerminator(FILE *stream, char **out, const char *block) noexcept
+{
+    char *text;
+    size_t length = 0;
+    size_t capacity = 1;
+    size_t i;
+    int c;
+    if (out == NULL)
+        return 0;
+    if (*out != NULL) {
+        navo::memory::release(*out);
+        *out = NULL;
+    }
+    if (stream == NULL)
+        return 0;
+    text = static_cast<char *>(navo::memory::allocate(capacity));
+    if (text == NULL)
+        return 0;
+    text[0] = '\0';
+    for (;;) {
+        c = dk_scanNext(stream);
+        if (c == DK_SCAN_END) {
+            navo::memory::release(text);
+            return 0;
+        }
+        if (c == '<')
+            break;
+        if (length + 1 == capacity) {
+            /* Capacity grows geometrically; the text still grows by one character at a time. */
+            size_t grown = capacity < 64 ? 64 : capacity * 2;
+            char *bigger = static_cast<char *>(navo::memory::resize(text, grown));
+            if (bigger == NULL) {
+                navo::memory::release(text);
+                return 0;
+            }
+            text = bigger;
+            capacity = grown;
+        }
+        text[length++] = (char)c;
+        text[length] = '\0';
+    }
+    *out = text;
+
+    /* Whatever stands between the '<' and the first '/' is dropped untested. */
+    do {
+        c = dk_scanNext(stream);
+        if (c == DK_SCAN_END)
+            return 0;
+    } while (c != '/');
+
+    if (block == NULL) {
+        do {
+            c = dk_scanNext(stream);
+            if (c == DK_SCAN_END)
+                return 0;
+        } while (c != '>');
+        return 1;
+    }
+    for (i = 0;; i++) {
+        c = dk_scanNext(stream);
+        if (c == DK_SCAN_END)
+            return 0;
+        if (c == '>')
+            return block[i] == '\0' ? 1 : 0;
+        if (block[i] == '\0' || dk_scanUpper(c) != dk_scanUpper((unsigned char)block[i]))
+            return 0;
+    }
+}
+
+}  // extern "C"

@@ -1,0 +1,107 @@
+// core/allocator.cpp - the one allocator, with counters and failure injection for tests.
+#include "core/allocator.hpp"
+
+#include <cstdlib>
+
+namespace navo::memory {
+namespace {
+
+// Module-wide, like all state outside the context: the library runs one job at a time.
+std::int64_t failCountdown;  // 0: no injection
+bool failSticky;
+std::int64_t allocationCount;
+std::int64_t liveBlocks;
+
+bool shouldFail() noexcept
+{
+    ++allocationCount;
+    if (failCountdown == 0)
+        return false;
+    if (failCountdown > 1) {
+        --failCountdown;
+        return false;
+    }
+    if (!failSticky)
+        failCountdown = 0;
+    return true;
+}
+
+}  // namespace
+
+void *allocate(std::size_t size) noexcept
+{
+    if (shouldFail())
+        return nullptr;
+    void *block = std::malloc(size == 0 ? 1 : size);
+    if (block != nullptr)
+        ++liveBlocks;
+    return block;
+}
+
+void *resize(void *block, std::size_t size) noexcept
+{
+    if (block == nullptr)
+        return allocate(size);
+    if (size == 0) {
+        release(block);
+        return nullptr;
+    }
+    if (shouldFail())
+        return nullptr;
+    return std::realloc(block, size);
+}
+
+void release(void *block) noexcept
+{
+    if (block == nullptr)
+        return;
+    --liveBlocks;
+    std::free(block);
+}
+
+char *duplicate(std::string_view text) noexcept
+{
+    char *copy = make_zeroed<char>(text.size() + 1);
+    if (copy != nullptr && !text.empty())
+        std::memcpy(copy, text.data(), text.size());
+    return copy;
+}
+
+void fail_after(std::int64_t n, bool sticky) noexcept
+{
+    failCountdown = n < 0 ? 0 : n;
+    failSticky = sticky;
+}
+
+std::int64_t allocations() noexcept
+{
+    return allocationCount;
+}
+
+std::int64_t live_blocks() noexcept
+{
+    return liveBlocks;
+}
+
+void reset_counters() noexcept
+{
+    allocationCount = 0;
+    failCountdown = 0;
+    failSticky = false;
+}
+
+}  // namespace navo::memory
+
+extern "C" {
+
+NAVO_API void *NAVO_CALL dk_Malloc(size_t size) noexcept
+{
+    return navo::memory::allocate(size);
+}
+
+NAVO_API void NAVO_CALL dk_Free(void *pointer) noexcept
+{
+    navo::memory::release(pointer);
+}
+
+}  // extern "C"
