@@ -30,8 +30,8 @@ if [ ${#need[@]} -gt 0 ]; then
   if [ "$(id -u)" = 0 ]; then
     echo "installing: ${need[*]}"
     export DEBIAN_FRONTEND=noninteractive
-    apt-get update -qq
-    apt-get install -y -qq --no-install-recommends "${need[@]}"
+    apt-get update -q
+    apt-get install -y -q --no-install-recommends -o Dpkg::Progress-Fancy=0 "${need[@]}"
   else
     echo "missing packages: ${need[*]} (run as root, or: sudo apt-get install ${need[*]})" >&2
     exit 1

@@ -1,38 +1,57 @@
 #!/usr/bin/env bash
-# test.sh - the whole test job: installs what is missing; builds the library and the fuzz targets
-# with clang -Werror and replays the fuzz corpora; builds with gcc -Werror and runs the suite under
-# ASan+UBSan; links a C and a C++ host against the installed library; runs the suite under valgrind.
+# test.sh - the whole test job. Installs what is missing (apt-get, as root), then in stages:
+#   1. clang -Werror build of the library and the fuzz targets; replay of the fuzz corpora
+#   2. gcc -Werror build; the suite under AddressSanitizer + UndefinedBehaviorSanitizer
+#   3. install; hosts built against it with pkg-config (C and C++) and find_package (shared, static)
+#   4. gcc -Werror build; the suite under valgrind memcheck (leaks are failures)
+#   5. Windows: MinGW-w64 cross build of the DLL, the static library and the examples, export check
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 jobs=$(nproc 2>/dev/null || echo 2)
+started=$(date +%s)
+stage() { printf '\n== [%4ds] %s\n' "$(( $(date +%s) - started ))" "$*"; }
 
-NAVO_NEED_TESTS=1 bash scripts/deps.sh
+stage "installing what the tests need (when missing)"
+NAVO_NEED_TESTS=1 NAVO_NEED_WINDOWS=1 bash scripts/deps.sh
 
-echo "== clang -Werror build of the library and the fuzz targets; replay of the fuzz corpora"
+stage "1. clang -Werror build of the library and the fuzz targets; replay of the fuzz corpora"
 bash fuzz/run_fuzz.sh --replay
 
-echo "== gcc -Werror, AddressSanitizer + UndefinedBehaviorSanitizer"
+stage "2. gcc -Werror, the suite under AddressSanitizer + UndefinedBehaviorSanitizer"
 cmake -S . -B build/asan -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
   -DNAVO_WERROR=ON -DNAVO_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug >/dev/null
 cmake --build build/asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build/asan --output-on-failure -j "$jobs"
 
-echo "== install, then build a C and a C++ host against it with pkg-config"
-rm -rf build/prefix
-cmake --install build/asan --prefix "$root/build/prefix" >/dev/null
-export PKG_CONFIG_PATH="$root/build/prefix/lib/pkgconfig"
+stage "3. install, then hosts against the installed library"
+prefix="$root/build/prefix"
+rm -rf "$prefix" build/install-check
+cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DNAVO_TESTS=OFF -DNAVO_EXAMPLES=OFF >/dev/null
+cmake --build build/release -j "$jobs"
+cmake --install build/release --prefix "$prefix" >/dev/null
+export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
 for compiler in "gcc -std=c11" "g++ -x c++ -std=c++17"; do
-  $compiler -Wall -Wextra -Wpedantic -Werror -fsanitize=address,undefined tests/install/host.c \
-    $(pkg-config --cflags --libs navo) -Wl,-rpath,"$root/build/prefix/lib" -o build/prefix/host
+  echo "pkg-config host, $compiler:"
+  $compiler -Wall -Wextra -Wpedantic -Werror tests/install/host.c \
+    $(pkg-config --cflags --libs navo) -Wl,-rpath,"$prefix/lib" -o build/prefix/host
   build/prefix/host
 done
+cmake -S tests/install -B build/install-check -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build build/install-check -j "$jobs" >/dev/null
+for host in host_shared host_static; do
+  echo "find_package host, navo::${host#host_}:"
+  "build/install-check/$host"
+done
 
-echo "== gcc -Werror, valgrind memcheck (leaks are failures)"
+stage "4. gcc -Werror, the suite under valgrind memcheck (leaks are failures)"
 cmake -S . -B build/valgrind -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
   -DNAVO_WERROR=ON -DNAVO_VALGRIND=ON -DCMAKE_BUILD_TYPE=Debug >/dev/null
 cmake --build build/valgrind -j "$jobs"
 ctest --test-dir build/valgrind --output-on-failure -j "$jobs"
 
-echo "all test runs passed ($root)"
+stage "5. Windows: MinGW-w64 cross build and export check"
+bash scripts/build-windows.sh
+
+stage "all test runs passed ($root)"

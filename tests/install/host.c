@@ -1,4 +1,4 @@
-/* host.c - a host built against the installed library through pkg-config (scripts/test.sh). */
+/* host.c - a host built against the installed library (scripts/test.sh: pkg-config and find_package). */
 #include <navo.h>
 #include <stdio.h>
 #include <string.h>
