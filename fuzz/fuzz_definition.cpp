@@ -1,4 +1,4 @@
-/* fuzz_definition.c - libFuzzer target: any bytes as a definition text, then documents built on it. */
+/* fuzz_definition.cpp - libFuzzer target: any bytes as a definition text, then documents built on it. */
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>

@@ -1,4 +1,4 @@
-/* fuzz_load.c - libFuzzer target: any bytes as a NAVO file, loaded with a callback that reads everything. */
+/* fuzz_load.cpp - libFuzzer target: any bytes as a NAVO file, loaded with a callback that reads everything. */
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>

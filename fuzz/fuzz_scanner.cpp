@@ -1,4 +1,4 @@
-/* fuzz_scanner.c - libFuzzer target: the stream readers of Part 4.3 on any bytes, in any order. */
+/* fuzz_scanner.cpp - libFuzzer target: the stream readers of interchange/scanner on any bytes, in any order. */
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,4 +1,4 @@
-// test_context.cpp - Part 1.1: the context, its records' layout, dk_Init, dk_Destroy, the allocator.
+// test_context.cpp - core/context: the context, its records' layout, dk_Init, dk_Destroy, the allocator.
 #include <gtest/gtest.h>
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// test_definitions.cpp - Part 2.1: the grammar, the loader's failure table, offsets, links and maps.
+// test_definitions.cpp - definition_loader: the grammar, every way a load fails, offsets, links, maps.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// A small text in the grammar of Part 2.1: two forms, three blocks, one repeating reference.
+// A small text in the definition grammar: two forms, three blocks, one repeating reference.
 const char kText[] =
     "Wersja 9.1\n"
     "\n"
@@ -330,7 +330,7 @@ TEST(DefinitionLoader, TwoContextsLoadingOneAfterTheOtherAreBothSound)
     EXPECT_EQ(1, dk_Destroy(&b));
 }
 
-// ---- The failure table of Part 2.1 ----------------------------------------------------------
+// ---- Every way a definition load fails ------------------------------------------------------
 
 struct FailureCase {
     const char *label;

@@ -1,4 +1,4 @@
-// test_dict.cpp - Part 1.2: hash values, bucket order, search by halves, interning, trimming.
+// test_dict.cpp - core/dictionary: hash values, bucket order, search by halves, interning, trimming.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -26,7 +26,7 @@ struct Dictionary {
     const dk_sdBucket &bucketOf(const std::string &text) const { return d->buckets[dk_sdHash(d, text.c_str())]; }
 };
 
-// Every invariant of Part 1.2 that a host can observe in the open records.
+// Every invariant of the dictionary that a host can observe in the open records.
 void expectSound(const dk_sdDictionary *d)
 {
     std::vector<int> seen(static_cast<size_t>(d->count), 0);
@@ -353,7 +353,7 @@ TEST(DictionaryTrim, StopsAsSoonAsTheBufferFills)
     EXPECT_EQ(0, std::memcmp(out, "abc", 3));
 }
 
-// Part 1.2, "Left to the implementer": an add that runs out of memory at any allocation leaves
+// An add that runs out of memory at any allocation (see docs/decisions.md) leaves
 // every count matching its array, no bucket holding an ID without a string, and nothing leaked.
 TEST(DictionaryFailure, EveryAllocationOfAnAddFailsInTurn)
 {

@@ -1,4 +1,4 @@
-// test_documents.cpp - Part 3.1 (document tables), the Part 1.1 cases that need tables, and the
+// test_documents.cpp - store/document_tables, the context cases that need tables, and the
 // platform's temporary files.
 #include <gtest/gtest.h>
 
@@ -23,7 +23,7 @@ const char *formlessDefinition()
 
 }  // namespace
 
-// ---- Part 1.1 edge cases that need the tables ------------------------------------------------
+// ---- Context edge cases that need the tables -------------------------------------------------
 
 TEST(Lifecycle, DestroyAfterInitDocumentsWithoutDocumentsReturns1)
 {
@@ -89,7 +89,7 @@ TEST(Lifecycle, RemoveAllDocumentsBeforeInitDocumentsReturns0)
     EXPECT_EQ(1, dk_Destroy(&ctx));
 }
 
-// ---- Part 3.1: dk_InitDocuments ---------------------------------------------------------------
+// ---- dk_InitDocuments ------------------------------------------------------------------------
 
 TEST_F(Documents, InitDocumentsBuildsPoolAndOneEmptyListPerForm)
 {
@@ -153,7 +153,7 @@ TEST_F(Documents, InitDocumentsAllocationFailuresOneByOne)
     EXPECT_EQ(2, ctx->formCount);
 }
 
-// ---- Part 3.1: dk_1fGetIDFormularza, dk_GetDocCount ------------------------------------------
+// ---- dk_1fGetIDFormularza, dk_GetDocCount ---------------------------------------------------
 
 TEST_F(Documents, FormIdIsTheDictionaryIdOrMinusOne)
 {
@@ -187,7 +187,7 @@ TEST_F(Documents, GetDocCountKnownFormWithoutDocumentsYields0)
     EXPECT_EQ(0, count);
 }
 
-// ---- Part 3.1: dk_AddDocument -----------------------------------------------------------------
+// ---- dk_AddDocument --------------------------------------------------------------------------
 
 TEST_F(Documents, NewDocumentIsCompleteAndBlank)
 {
@@ -315,7 +315,7 @@ TEST_F(Documents, AddDocumentStickyAllocationFailureLeavesNothing)
     }
 }
 
-// ---- Part 3.1: dk_RemoveDocument, dk_RemoveDocuments, dk_RemoveAllDocuments -----------------
+// ---- dk_RemoveDocument, dk_RemoveDocuments, dk_RemoveAllDocuments --------------------------
 
 TEST_F(Documents, RemoveOnFormWithoutDocuments)
 {

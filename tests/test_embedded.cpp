@@ -1,8 +1,9 @@
-// test_embedded.cpp - the embedded definition texts 1.2 and 1.3 (spec Parts 2.2 and 2.3).
+// test_embedded.cpp - the embedded definition texts 1.2 and 1.3: versions, forms and blocks.
 //
 // The expectations come from tests/data/embedded_expectations.txt, which
-// tools/extract_expectations.py makes from the spec's tables independently of the generator of
-// the texts (tools/gen_definitions.py). Nothing here is read back from the embedded text itself.
+// lists every form and block of both versions as data, kept apart from the .def texts that
+// make the embedded texts (see tests/data/README.md). Nothing here is read back from the embedded
+// text itself.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -290,14 +291,14 @@ TEST_P(EmbeddedVersion, TextHas1549LinesEndsWithLfAndNul)
     EXPECT_EQ(1549, exp.lines);
     EXPECT_EQ(exp.lines, std::count(text.begin(), text.end(), '\n'));
     EXPECT_EQ(std::string::npos, text.find('\r'));
-    // Part 2.2 says "about 42 KB"; every line fits the loader's 200-byte buffer with its NUL.
+    // Each text is about 42 KB; every line fits the loader's 200-byte buffer with its NUL.
     EXPECT_GT(text.size(), 40000u);
     EXPECT_LT(text.size(), 44000u);
     for (const std::string &line : linesOf(text))
         EXPECT_LE(line.size() + 1, 199u) << line;
 }
 
-// The rules of Part 2.2, "Algorithms", applied to the independently extracted tables, give
+// The layout rules of a definition text, applied to the tables of the expectations file, give
 // exactly the bytes of the embedded text.
 TEST_P(EmbeddedVersion, TextIsExactlyWhatTheRulesMakeOfTheTables)
 {
@@ -521,7 +522,7 @@ TEST_P(EmbeddedVersion, LoadingTheOtherTextAfterwardsAddsNoStringAndChangesNoId)
 }
 
 // Every form: its blocks in order (compared by tag, through blockIndex), the occurrence marks,
-// the position map, and the field count of Part 2.2's table.
+// the position map, and the field count of the expectations file.
 TEST_P(EmbeddedVersion, EveryFormHasTheBlocksOfTheTable)
 {
     Loaded loaded;
@@ -554,7 +555,7 @@ TEST_P(EmbeddedVersion, EveryFormHasTheBlocksOfTheTable)
     }
 }
 
-// Every block: tag, record length, field count, field names, widths and offsets of Part 2.3.
+// Every block: tag, record length, field count, field names, widths and offsets of the expectations file.
 TEST_P(EmbeddedVersion, EveryBlockHasTheFieldsOfTheTable)
 {
     Loaded loaded;
@@ -585,7 +586,7 @@ TEST_P(EmbeddedVersion, EveryBlockHasTheFieldsOfTheTable)
     }
 }
 
-// ---- the edge cases of Part 2.2 --------------------------------------------------------------
+// ---- edge cases of the embedded versions ----------------------------------------------------
 
 TEST(EmbeddedEdge, Inn7Is19In13And18In12AndInn7BIs13InBoth)
 {
@@ -683,9 +684,9 @@ TEST_P(EmbeddedVersion, OswiadPlSklBlfIsSharedByTwentyForms)
     EXPECT_EQ(20, forms);
 }
 
-// Part 2.2's prose on repeating blocks: 17 forms, at most one each, in the third or fourth place,
+// Repeating blocks: 17 forms have one, at most one each, in the third or fourth place,
 // and a block is never repeating in one form and single in another.
-TEST_P(EmbeddedVersion, RepeatingBlocksAsPart22Describes)
+TEST_P(EmbeddedVersion, RepeatingBlocksAtMostOnePerFormInThirdOrFourthPlace)
 {
     Loaded loaded;
     ASSERT_EQ(1, loaded.load(textOf(GetParam())));

@@ -1,4 +1,4 @@
-// test_envelope.cpp - Part 4.2: the prolog, the header and footer pointers and the note adds.
+// test_envelope.cpp - interchange/envelope: the prolog, the header and footer pointers and the note adds.
 #include <gtest/gtest.h>
 
 #include <cstring>

@@ -1,4 +1,4 @@
-// test_exports.cpp - the shared object exports exactly the spec's names of the families built.
+// test_exports.cpp - the shared object exports exactly the names navo.h declares for the families built.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// The External interfaces table of the Overview, with the exported variables.
+// The functions of include/navo.h by family, with the exported variables.
 const std::map<std::string, std::vector<std::string>> kFamilies = {
     {"Context", {"dk_Init", "dk_Destroy", "dk_Malloc", "dk_Free"}},
     {"Dictionary", {"dk_sdInit", "dk_sdDestroy", "dk_sdGetID", "dk_sdGetSafeID", "dk_sdAddStr", "dk_sdDelStr",
@@ -76,10 +76,10 @@ TEST(Exports, DynamicSymbolTableHoldsExactlyTheBuiltFamilies)
     for (const std::string &name : expected)
         EXPECT_TRUE(exported.count(name)) << "not exported: " << name;
     for (const std::string &name : exported)
-        EXPECT_TRUE(expected.count(name)) << "exported but not a built spec name: " << name;
+        EXPECT_TRUE(expected.count(name)) << "exported but not a navo.h name of a built family: " << name;
 }
 
-TEST(Exports, NoNameOutsideTheSpec)
+TEST(Exports, NoNameOutsideTheHeader)
 {
     std::set<std::string> all;
     for (const auto &family : kFamilies)

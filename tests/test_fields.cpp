@@ -1,4 +1,4 @@
-// test_fields.cpp - Part 3.3: dk_SetField, dk_GetField and the record cursor.
+// test_fields.cpp - store/field_access: dk_SetField, dk_GetField and the record cursor.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -38,7 +38,7 @@ protected:
 
 }  // namespace
 
-TEST_F(Fields, WalkThroughOfPart33)
+TEST_F(Fields, CursorWalkThrough)
 {
     makeContext(1);
     char out[16];

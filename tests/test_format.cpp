@@ -1,4 +1,4 @@
-// test_format.cpp - Part 4.1's constants in dk_format.h: prolog, tags, widths, positions, OCR kinds.
+// test_format.cpp - the constants of interchange/format.hpp: prolog, tags, widths, positions, OCR kinds.
 #include <gtest/gtest.h>
 
 #include <cstring>

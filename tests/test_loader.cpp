@@ -1,4 +1,4 @@
-// test_loader.cpp - Parts 4.4 and 4.5: dk_LoadNAVO and the document loader, end to end.
+// test_loader.cpp - interchange/file_loader and document_loader: dk_LoadNAVO end to end.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -142,7 +142,7 @@ std::string file(const std::string &sections, const std::string &notes = "")
 
 }  // namespace
 
-// ---- Part 4.4 --------------------------------------------------------------------------------
+// ---- the file loader -------------------------------------------------------------------------
 
 TEST_F(Load, EmptyFileGivesCode3AndLineCountOne)
 {
@@ -185,7 +185,7 @@ TEST_F(Load, FailedOpenLeavesEverythingInPlace)
 TEST_F(Load, FailedOpenOnANewContextLeavesNoTables)
 {
     EXPECT_EQ(0, dk_LoadNAVO(ctx, (tmp.path() + "/none.navo").c_str()));
-    EXPECT_EQ(0, dk_Destroy(&ctx));  // Part 1.1: no tables, no orderly end
+    EXPECT_EQ(0, dk_Destroy(&ctx));  // no tables: dk_Destroy refuses the context
     ASSERT_NE(nullptr, ctx);
 }
 
@@ -429,7 +429,7 @@ TEST_F(Load, LineCountersDuringALoad)
     EXPECT_EQ(lines + 1, seen[0].second);
 }
 
-// ---- Part 4.5 --------------------------------------------------------------------------------
+// ---- the document loader ---------------------------------------------------------------------
 
 TEST_F(Load, UnknownTobFormIsCode8ThenCode5)
 {
@@ -794,7 +794,7 @@ TEST_F(Load, EveryAllocationOfALoadFailsInTurn)
     EXPECT_EQ(baseline, navo::memory::live_blocks());
 }
 
-// Part 4.1 and issue 7: documents of every form whose name begins with TOB, built through the
+// Issue 7: documents of every form whose name begins with TOB, built through the
 // API with every field set and three records in a repeating block, written by dk_SaveNAVO and
 // loaded back: every field, header line and note comes back byte for byte.
 TEST_F(Load, WriteThenLoadGivesBackEveryFieldOfEveryTobForm)

@@ -1,4 +1,4 @@
-// test_packed.cpp - Part 3.5: whole documents and records of repeating blocks as packed buffers.
+// test_packed.cpp - store/packed_records: whole documents and records of repeating blocks as packed buffers.
 #include <gtest/gtest.h>
 
 #include <cstring>

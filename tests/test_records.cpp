@@ -1,4 +1,4 @@
-// test_records.cpp - Part 3.4: dk_AddBlock, dk_RemoveBlock and dk_GetBlockCount.
+// test_records.cpp - store/repeating_records: dk_AddBlock, dk_RemoveBlock and dk_GetBlockCount.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -305,7 +305,7 @@ TEST_F(Records, RemoveBlockBufferFailureLeavesTheCursorUpdated)
     failures.failNth(1);
     EXPECT_EQ(0, remove(0, 0));
     failures.off();
-    EXPECT_EQ(1, store(0)->currentRecord);  // step 4 ran before the buffer failed
+    EXPECT_EQ(1, store(0)->currentRecord);  // the cursor moved before the buffer failed
     EXPECT_EQ(3, recordCount(0));
     EXPECT_EQ(record(0) + record(1) + record(2), spool(0));
 }

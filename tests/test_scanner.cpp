@@ -1,4 +1,4 @@
-// test_scanner.cpp - Part 4.3: the stream scanner, every row of its input table and every edge case.
+// test_scanner.cpp - interchange/scanner: the stream readers, every kind of input and every edge case.
 #include <gtest/gtest.h>
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// test_spool.cpp - Part 3.2: block stores, the spool file and the file pool.
+// test_spool.cpp - store/block_spool: block stores, the spool file and the file pool.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -175,7 +175,7 @@ TEST_F(Spool, DeletedSpoolFileOfAnEvictedStoreIsCreatedAgain)
 }
 
 // A link put where a deleted spool file stood is neither followed nor truncated: the reopen
-// fails as an open that fails (Part 3.2), and the file the link points to keeps its bytes.
+// fails like any failed open, and the file the link points to keeps its bytes.
 TEST_F(Spool, LinkInPlaceOfASpoolFileIsNotFollowed)
 {
     const std::string victim = tmp.path() + "/victim";

@@ -1,4 +1,4 @@
-// test_status.cpp - Part 1.3: the error catalogue, the status calls, the hooks and the callback.
+// test_status.cpp - core/status: the error catalogue, the status calls, the hooks and the callback.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// The messages of Part 1.3, encoded in CP1250 (python3: s.encode('cp1250')).
+// The catalogue's messages, encoded in CP1250 (python3: s.encode('cp1250')).
 const char *const kMessages[11] = {
     "Wszystko jest w porz\xB9" "dku",
     "Z\xB3" "y format pliku NAVO - to nie jest plik NAVO",

@@ -1,4 +1,4 @@
-// test_writer.cpp - Part 4.6: the file writer, whole and in single steps, and its failures.
+// test_writer.cpp - interchange/writer: the file writer, whole and in single steps, and its failures.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -140,9 +140,9 @@ protected:
 
 }  // namespace
 
-// ---- the example of Part 4.1 -----------------------------------------------------------------
+// ---- the example file ------------------------------------------------------------------------
 
-TEST_F(WriterTest, ExampleFileOfPart41ByteForByte)
+TEST_F(WriterTest, ExampleFileByteForByte)
 {
     ASSERT_TRUE(fillExample(ctx_));
     std::string written = save(1);
@@ -210,7 +210,7 @@ TEST_F(WriterTest, SaveChangesNothingInTheEnvelope)
     EXPECT_EQ(ctx_->documentLists[0].documents[0].footer.errorCount, 1);
 }
 
-// ---- edge cases of Part 4.6 ------------------------------------------------------------------
+// ---- edge cases of the writer ----------------------------------------------------------------
 
 TEST_F(WriterTest, NoDocumentsWithEnvelopeGivesPrologHeaderAndFooterOnly)
 {
@@ -610,7 +610,7 @@ TEST_F(WriterTest, AllocationFailuresInSingleSteps)
     }
 }
 
-// ---- round trips through the reader (Part 4.1) -----------------------------------------------
+// ---- round trips through the reader ----------------------------------------------------------
 
 namespace {
 
@@ -658,7 +658,7 @@ protected:
         dk_UstawCallBack(nullptr);
         g_writeBack = nullptr;
         if (loaded_ != nullptr && !dk_Destroy(&loaded_)) {
-            // A load that failed before its definition step leaves no tables (Part 1.1): give it
+            // A load that failed before it chose a definition leaves no tables (dk_Destroy refuses): give it
             // a definition and tables, which is the one way to release it.
             if (loaded_->definitions->count == 0) {
                 EXPECT_EQ(dk_dfLoadDefinition(loaded_->definitions, loaded_->dictionary, GetDefTXT_1_3()), 1);

@@ -1,4 +1,4 @@
-// navo_example.h - the example file of Part 4.1 and a small definition with its form, for the
+// navo_example.h - an example NAVO file of one TOBZBA declaration and a small definition for the
 // envelope, packed and writer tests.
 #ifndef NAVO_TEST_NAVO_EXAMPLE_H
 #define NAVO_TEST_NAVO_EXAMPLE_H
@@ -11,7 +11,7 @@
 
 namespace navo_test {
 
-// TOBZBA as in the embedded texts (blocks of Part 2.3), a form without block references, and a
+// TOBZBA with the blocks it has in the embedded texts, a form without block references, and a
 // third form to show that the writer orders by form. Form IDs: TOBZBA 0, TOBPUSTY 1, TOBDWA 2.
 inline const char *exampleDefinition()
 {
@@ -54,7 +54,7 @@ inline const char *exampleDefinition()
            "DataWypelnienia, 8, t_data_DDMMRRRR\n";
 }
 
-// The 85 lines of the example of Part 4.1, without line ends.
+// The 85 lines of the example file, without line ends.
 inline std::vector<std::string> exampleLines()
 {
     return {

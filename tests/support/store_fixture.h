@@ -1,4 +1,4 @@
-// store_fixture.h - a small definition and a fixture for the document store tests (Parts 3.1-3.4).
+// store_fixture.h - a small definition and a fixture for the tests of store/ (tables to records).
 #ifndef NAVO_STORE_FIXTURE_H
 #define NAVO_STORE_FIXTURE_H
 
@@ -12,7 +12,7 @@
 namespace navo_test {
 
 // Form F: single block SNG (X width 4, Y width 2), then repeating block REP (A width 3, B width 2:
-// the block of Part 3.3's walk-through, record length 5). Form G: one single block OTH (Z width 5).
+// the block of test_fields.cpp's walk-through, record length 5). Form G: one single block OTH (Z width 5).
 inline const char *storeDefinition()
 {
     return "Wersja T1\n"

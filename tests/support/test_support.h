@@ -41,7 +41,7 @@ std::string readFile(const std::string &path);
 void writeFile(const std::string &path, const std::string &bytes);
 bool fileExists(const std::string &path);
 
-// Takes down, part by part, a context that dk_Destroy refuses (no tables: Part 1.1 offers the
+// Takes down, part by part, a context that dk_Destroy refuses (no tables: the interface offers the
 // host no call for it), so that the test leaks nothing; sets `ctx` to null.
 void releaseRefusedContext(dk_Context *&ctx);
 
