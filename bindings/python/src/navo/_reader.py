@@ -66,9 +66,21 @@ class _Decoder:
         self.encoding = encoding
         self.keep_padding = keep_padding
 
+        # A single-byte encoding keeps byte offsets as character offsets, so a packed record is
+        # decoded once and cut as text.
+        self.single_byte = len(bytes(range(256)).decode(encoding, errors="replace")) == 256
+
     def __call__(self, raw: bytes) -> str:
         text = raw.decode(self.encoding, errors="replace")
         return text if self.keep_padding else text.rstrip(" ")
+
+    def record(self, packed: bytes, slices: list[tuple[str, int, int]]) -> dict[str, str]:
+        if not self.single_byte:
+            return {name: self(packed[begin:end]) for name, begin, end in slices}
+        text = packed.decode(self.encoding, errors="replace")
+        if self.keep_padding:
+            return {name: text[begin:end] for name, begin, end in slices}
+        return {name: text[begin:end].rstrip(" ") for name, begin, end in slices}
 
 
 class Records(Sequence[Mapping[str, str]]):
@@ -83,12 +95,16 @@ class Records(Sequence[Mapping[str, str]]):
         self._tag = block.tag.encode()
         self._slices = _schema.packed_slices(block.fields)
         self._size = block.record_length + len(block.fields)
+        self._native = _native.lib()
         count = c_int32(0)
-        _native.lib().dk_GetBlockCount(channel.ctx, self._form, index, self._tag, ctypes.byref(count))
+        self._native.dk_GetBlockCount(channel.ctx, self._form, index, self._tag, ctypes.byref(count))
         self._count = count.value
 
     def __len__(self) -> int:
         return self._count
+
+    def __iter__(self) -> Iterator[Mapping[str, str]]:
+        return (self[i] for i in range(self._count))
 
     def __getitem__(self, i: Any) -> Any:
         if isinstance(i, slice):
@@ -100,7 +116,7 @@ class Records(Sequence[Mapping[str, str]]):
         channel = self._channel
         if channel.generation != self._generation:
             raise DocumentExpired("the reader has moved past this document: copy records (list()) while it is current")
-        native = _native.lib()
+        native = self._native
         out = c_void_p()
         if not native.dk_GetNAVOBlock(channel.ctx, self._form, self._index, self._tag, i,
                                       ctypes.byref(out), self._size) or not out.value:
@@ -109,8 +125,7 @@ class Records(Sequence[Mapping[str, str]]):
             packed = ctypes.string_at(out.value, self._size)
         finally:
             native.dk_Free(out)
-        decode = channel.decode
-        return {name: decode(packed[begin:end]) for name, begin, end in self._slices}
+        return channel.decode.record(packed, self._slices)
 
 
 class Document:
@@ -157,7 +172,7 @@ class Document:
                 self.blocks[block.tag] = Records(channel, form, index, block)
                 continue
             slices = _schema.packed_slices(block.fields, start)
-            self.blocks[block.tag] = [{name: decode(packed[b:e]) for name, b, e in slices}]
+            self.blocks[block.tag] = [decode.record(packed, slices)]
             start += block.record_length + len(block.fields)
 
     def __repr__(self) -> str:
