@@ -36,6 +36,11 @@ build/python/venv/bin/python -m pip install --quiet --no-build-isolation --no-in
   --force-reinstall bindings/python
 rm -rf bindings/python/build bindings/python/src/navo.egg-info
 
+if "$py" -c 'import mypy' 2>/dev/null; then
+  echo "== mypy --strict bindings/python/src/navo"
+  "$py" -m mypy --strict --no-incremental bindings/python/src/navo
+fi
+
 echo "== pytest bindings/python/tests (NAVO_LIBRARY=$lib)"
 cd bindings/python
 NAVO_LIBRARY=$lib "$root"/build/python/venv/bin/python -m pytest -q -p no:cacheprovider tests

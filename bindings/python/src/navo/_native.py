@@ -181,7 +181,7 @@ def current_callback() -> int | None:
 # ---- contexts --------------------------------------------------------------------------------
 
 
-def new_context() -> ctypes._Pointer[Context]:  # type: ignore[name-defined]
+def new_context() -> ctypes._Pointer[Context]:
     ctx = CtxP()
     if not lib().dk_Init(ctypes.byref(ctx)):
         release_context(ctx)
@@ -189,7 +189,7 @@ def new_context() -> ctypes._Pointer[Context]:  # type: ignore[name-defined]
     return ctx
 
 
-def release_context(ctx: ctypes._Pointer[Context]) -> None:  # type: ignore[name-defined]
+def release_context(ctx: ctypes._Pointer[Context]) -> None:
     """Releases a context whatever its state, also one dk_Destroy refuses (no document tables)."""
     native = lib()
     if not ctx or native.dk_Destroy(ctypes.byref(ctx)):
@@ -209,7 +209,7 @@ def release_context(ctx: ctypes._Pointer[Context]) -> None:  # type: ignore[name
     native.dk_Free(ctypes.cast(ctx, c_void_p))
 
 
-def defined_context(version: str) -> ctypes._Pointer[Context]:  # type: ignore[name-defined]
+def defined_context(version: str) -> ctypes._Pointer[Context]:
     """A context holding definition `version` ("1.2" or "1.3") with document tables."""
     texts = {"1.2": "GetDefTXT_1_2", "1.3": "GetDefTXT_1_3"}
     if version not in texts:

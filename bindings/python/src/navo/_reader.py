@@ -19,6 +19,7 @@ close() returns.
 from __future__ import annotations
 
 import ctypes
+import os
 import threading
 from ctypes import c_int32, c_void_p
 from dataclasses import dataclass
@@ -221,8 +222,9 @@ class Reader(Iterator[Document]):
     """Iterator over the documents of one file; also a context manager. After the last document
     `outcome` is "done" (or "stopped" after close()) and `file_notes` holds the file's notes."""
 
-    def __init__(self, path: str | bytes, encoding: str = "iso8859-2", keep_padding: bool = False) -> None:
-        self._path = path if isinstance(path, bytes) else str(path).encode()
+    def __init__(self, path: str | bytes | os.PathLike[str], encoding: str = "iso8859-2",
+                 keep_padding: bool = False) -> None:
+        self._path = os.fsencode(path)
         self._channel = _Channel(_Decoder(encoding, keep_padding))
         self._definition = _schema.Schema("", "")
         self._thread: threading.Thread | None = None
@@ -326,7 +328,7 @@ class Reader(Iterator[Document]):
             pass
 
 
-def read(path: str | bytes, encoding: str = "iso8859-2", keep_padding: bool = False) -> Reader:
+def read(path: str | bytes | os.PathLike[str], encoding: str = "iso8859-2", keep_padding: bool = False) -> Reader:
     """The documents of a NAVO file, one at a time. Values are decoded with `encoding` (the files
     declare ISO 8859-2) and lose their trailing blanks unless `keep_padding`. A failed load
     raises NavoError after the documents before the fault were delivered."""

@@ -99,12 +99,12 @@ class Writer:
             records = [value] if isinstance(value, Mapping) else list(value)
             if not block.repeating and len(records) != 1:
                 raise ValueRefused(f"{where} {tag}", "a single block has exactly one record")
-            for r, record in enumerate(records):
-                for name, text in record.items():
-                    f = block.fields.get(name)
-                    if f is None:
+            for r, fields in enumerate(records):
+                for name, text in fields.items():
+                    field_def = block.fields.get(name)
+                    if field_def is None:
                         raise ValueRefused(f"{where} {tag}[{r}].{name}", "the block has no such field")
-                    values.append((tag, r, name, self._encode(f"{where} {tag}[{r}].{name}", text, f.width)))
+                    values.append((tag, r, name, self._encode(f"{where} {tag}[{r}].{name}", text, field_def.width)))
         head = self._lines(f"{where} header", header, _DOC_HEADER)
         error_notes = [_native.ErrorNote(*self._lines(f"{where} note {i}", t, _ERROR_NOTE))
                        for i, t in enumerate(notes)]
@@ -114,7 +114,7 @@ class Writer:
                 raise ValueRefused(f"{where} OCR note {i}", f"kind {kind} is not 0-3")
             ocr.append(_native.OcrNote(kind, *self._lines(f"{where} OCR note {i}", texts, _OCR_NOTE)))
 
-        native, ctx, f = _native.lib(), self._context(), form.encode()
+        native, ctx, f = _native.lib(), self._context(), form.encode()  # f: the form's name as bytes
         index = c_int32(-1)
         with _native.GUARD.call():
             ok = native.dk_AddDocument(ctx, f, ctypes.byref(index))
