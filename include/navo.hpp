@@ -12,9 +12,10 @@
 //                   UTF-8, navo::english() an English rendering, navo::library_message() the CP1250
 //                   bytes as the library gives them.
 //
-// Failures: every operation has an overload taking std::error_code& that reports there and throws
-// nothing but std::bad_alloc (from std::string and std::vector); the overload without it throws
-// std::system_error carrying the same code.
+// Failures: every operation that can fail has an overload taking std::error_code& that reports
+// there and throws nothing but std::bad_alloc (from std::string and std::vector); the overload
+// without it throws std::system_error carrying the same code (Context() throws std::bad_alloc).
+// navo::load reports through its LoadResult and throws only what the callback threw.
 //
 // Text: values are the bytes of the file, never converted (a NAVO file declares ISO 8859-2; the
 // library's own messages and definitions are CP1250). navo::to_utf8 converts either for display.
