@@ -5,6 +5,7 @@
 #   3. install; hosts built against it with pkg-config (C and C++) and find_package (shared, static)
 #   4. gcc -Werror build; the suite under valgrind memcheck (leaks are failures)
 #   5. Windows: MinGW-w64 cross build of the DLL, the static library and the examples, export check
+#   6. the Python package: installed offline into a venv, mypy --strict, pytest
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -53,5 +54,8 @@ ctest --test-dir build/valgrind --output-on-failure -j "$jobs"
 
 stage "5. Windows: MinGW-w64 cross build and export check"
 bash scripts/build-windows.sh
+
+stage "6. the Python package (bindings/python): offline install, mypy, pytest"
+bash scripts/test-python.sh
 
 stage "all test runs passed ($root)"
