@@ -2,7 +2,8 @@
 # test.sh - the whole test job. Installs what is missing (apt-get, as root), then in stages:
 #   1. clang -Werror build of the library and the fuzz targets; replay of the fuzz corpora
 #   2. gcc -Werror build; the suite under AddressSanitizer + UndefinedBehaviorSanitizer
-#   3. install; hosts built against it with pkg-config (C and C++) and find_package (shared, static)
+#   3. install; hosts built against it with pkg-config (C and C++) and find_package (C with the
+#      shared and the static library, C++ with navo.hpp)
 #   4. gcc -Werror build; the suite under valgrind memcheck (leaks are failures)
 #   5. Windows: MinGW-w64 cross build of the DLL, the static library and the examples, export check
 #   6. the Python package: installed offline into a venv, mypy --strict, pytest
@@ -41,8 +42,8 @@ for compiler in "gcc -std=c11" "g++ -x c++ -std=c++17"; do
 done
 cmake -S tests/install -B build/install-check -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build build/install-check -j "$jobs" >/dev/null
-for host in host_shared host_static; do
-  echo "find_package host, navo::${host#host_}:"
+for host in host_shared host_static host_cpp; do
+  echo "find_package host $host:"
   "build/install-check/$host"
 done
 
