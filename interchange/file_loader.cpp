@@ -141,7 +141,7 @@ NAVO_API int32_t NAVO_CALL dk_LoadNAVO(dk_Context *ctx, const char *path) noexce
     /* Steps 1 to 4. */
     dk_SetErrorCode(DK_ERR_NONE);
     i_lNumerLinii = 1;
-    s.stream = dk_textOpen(path, "rt");
+    s.stream = navo::platform::open_text_stream(path, "rt").release();
     if (s.stream == NULL) {
         dk_SetErrorCode(DK_ERR_OPEN);
         return 0;
