@@ -1,81 +1,55 @@
-/* dk_dict.c - the string dictionary of Part 1.2: hash, sorted buckets, interning and trimming. */
+// core/dictionary.cpp - the string dictionary: hash, sorted buckets, interning and trimming.
 #include "core/dictionary.hpp"
 
-#include <string.h>
+#include <cstring>
 
 #include "core/allocator.hpp"
 
-/* Sign extension of the byte in bits 0 to 7, written out so it does not depend on char's sign:
-   (byte ^ 0x80) - 0x80 in unsigned 32 bits is byte for 0x00 to 0x7F and byte | 0xFFFFFF00 above. */
-#define DK_SD_EXTEND(byte) ((((uint32_t)(byte)) ^ 0x80u) - 0x80u)
+namespace navo::dictionary {
+namespace {
 
-/* Departure (speed only): the Part's steps for one byte, branch-free; the value is the same. */
-#define DK_SD_EVEN(h, byte, shift)                                                    \
-    do {                                                                              \
-        uint32_t v_ = DK_SD_EXTEND(byte) << (shift);                                  \
-        (h) ^= DK_SD_EXTEND((v_ | (v_ >> 8)) & 0xFFu);                                \
-    } while (0)
-#define DK_SD_ODD(h, byte, shift)                                                     \
-    do {                                                                              \
-        uint32_t v_ = DK_SD_EXTEND(byte) << (shift);                                  \
-        (h) ^= ((v_ | (v_ >> 8)) & 0xFFu) << 8;                                       \
-    } while (0)
+// From 4 IDs on a bucket is searched by halves.
+constexpr std::int32_t binary_search_from = 4;
 
-uint32_t dk_sdHashValue(const char *text)
+// Sign extension of the byte in bits 0 to 7, written out so it does not depend on char's sign:
+// (byte ^ 0x80) - 0x80 in unsigned 32 bits is byte for 0x00 to 0x7F and byte | 0xFFFFFF00 above.
+constexpr std::uint32_t sign_extend(std::uint32_t byte) noexcept
 {
-    const unsigned char *p = (const unsigned char *)text;
-    uint32_t h = 0;
-    /* Departure (speed only): unrolled by the period of the shift, i & 7, so each position's
-       shift and parity are constants; the steps per byte are those of Part 1.2. */
-    for (;;) {
-        if (p[0] == '\0') break;
-        DK_SD_EVEN(h, p[0], 0);
-        if (p[1] == '\0') break;
-        DK_SD_ODD(h, p[1], 1);
-        if (p[2] == '\0') break;
-        DK_SD_EVEN(h, p[2], 2);
-        if (p[3] == '\0') break;
-        DK_SD_ODD(h, p[3], 3);
-        if (p[4] == '\0') break;
-        DK_SD_EVEN(h, p[4], 4);
-        if (p[5] == '\0') break;
-        DK_SD_ODD(h, p[5], 5);
-        if (p[6] == '\0') break;
-        DK_SD_EVEN(h, p[6], 6);
-        if (p[7] == '\0') break;
-        DK_SD_ODD(h, p[7], 7);
-        p += 8;
-    }
-    return h;
+    return (byte ^ 0x80u) - 0x80u;
 }
 
-uint32_t dk_sdHash(const dk_sdDictionary *dictionary, const char *text)
+// What the byte at a position with shift `Shift` (the position & 7) contributes to the hash:
+// the sign-extended byte shifted, its two low bytes folded into one; even positions give that
+// byte sign-extended, odd ones give it moved to bits 8 to 15. Branch-free, for speed.
+template <unsigned Shift>
+constexpr std::uint32_t contribution(unsigned char byte) noexcept
 {
-    uint32_t h = dk_sdHashValue(text);
-    /* Departure (speed only): the context's bucket count as a constant, so the compiler divides by
-       multiplication; the remainder is the same unsigned 32-bit one. */
-    if (dictionary->bucketCount == DK_SD_CONTEXT_BUCKETS)
-        return h % DK_SD_CONTEXT_BUCKETS;
-    return h % dictionary->bucketCount;
+    const std::uint32_t shifted = sign_extend(byte) << Shift;
+    const std::uint32_t folded = (shifted | (shifted >> 8)) & 0xFFu;
+    if constexpr (Shift % 2 == 0)
+        return sign_extend(folded);
+    else
+        return folded << 8;
 }
 
-/* The comparison of dk_sdStrCmp, inside this file without the exported call's PLT hop. */
-static inline int32_t dk_sdCompare(const char *left, const char *right)
+static_assert(contribution<0>('A') == 0x41u && contribution<1>('A') == 0x8200u);
+static_assert(contribution<0>(0xFF) == 0xFFFFFFFFu && contribution<1>(0x80) == 0xFF00u);
+
+// The dictionary's order: bytes compared as signed (0x80 to 0xFF sort below the terminator),
+// a to z folded to upper case. dk_sdStrCmp exports it; the dictionary calls it here directly.
+inline std::int32_t compare(const char *left, const char *right) noexcept
 {
-    const unsigned char *l = (const unsigned char *)left;
-    const unsigned char *r = (const unsigned char *)right;
+    const auto *l = reinterpret_cast<const unsigned char *>(left);
+    const auto *r = reinterpret_cast<const unsigned char *>(right);
     for (;; l++, r++) {
-        int a;
-        int b;
-        /* Equal bytes are equal under folding too: the common case of a lookup that hits. */
+        // Equal bytes are equal under folding too: the common case of a lookup that hits.
         if (*l == *r) {
             if (*l == '\0')
                 return 0;
             continue;
         }
-        /* Signed bytes: 0x80 to 0xFF sort below the terminator; a to z fold to upper case. */
-        a = *l >= 0x80 ? *l - 256 : *l;
-        b = *r >= 0x80 ? *r - 256 : *r;
+        int a = *l >= 0x80 ? *l - 256 : *l;
+        int b = *r >= 0x80 ? *r - 256 : *r;
         if (a >= 0x61 && a <= 0x7A)
             a -= 32;
         if (b >= 0x61 && b <= 0x7A)
@@ -87,41 +61,175 @@ static inline int32_t dk_sdCompare(const char *left, const char *right)
     }
 }
 
-static int32_t dk_sdMatch(const dk_sdDictionary *dictionary, int32_t id, const char *text)
+// The ID in `bucket` whose string equals `text` under the dictionary's order, or -1.
+std::int32_t search(const dk_sdDictionary &dictionary, const dk_sdBucket &bucket, const char *text) noexcept
 {
-    /* Departure (speed only): the same comparison as dk_sdStrCmp, inlined. */
-    return dk_sdCompare(text, dictionary->strings[id]);
+    const auto order = [&](std::int32_t position) { return compare(text, dictionary.strings[bucket.ids[position]]); };
+    if (bucket.count < binary_search_from) {
+        for (std::int32_t i = 0; i < bucket.count; i++) {
+            if (order(i) == 0)
+                return bucket.ids[i];
+        }
+        return -1;
+    }
+    // The bounds move onto middle, not past it, and the end game checks both.
+    std::int32_t low = 0;
+    std::int32_t high = bucket.count - 1;
+    while (high - low >= 2) {
+        const std::int32_t middle = (low + high) / 2;
+        const std::int32_t result = order(middle);
+        if (result == 0)
+            return bucket.ids[middle];
+        if (result < 0)
+            high = middle;
+        else
+            low = middle;
+    }
+    if (order(low) == 0)
+        return bucket.ids[low];
+    if (order(high) == 0)
+        return bucket.ids[high];
+    return -1;
 }
 
-/* Lowest free slot, or -1 when every slot holds a string. */
-static int32_t dk_sdFreeSlot(const dk_sdDictionary *dictionary)
+// Lowest free slot, or -1 when every slot holds a string.
+std::int32_t free_slot(const dk_sdDictionary &dictionary) noexcept
 {
-    int32_t i;
-    for (i = 0; i < dictionary->count; i++) {
-        if (dictionary->strings[i] == NULL)
+    for (std::int32_t i = 0; i < dictionary.count; i++) {
+        if (dictionary.strings[i] == nullptr)
             return i;
     }
     return -1;
 }
 
+// The ID of `text`, interned first when it is new; -1 when it could not be.
+std::int32_t add(dk_sdDictionary &dictionary, const char *text) noexcept
+{
+    dk_sdBucket &bucket = dictionary.buckets[bucket_index(&dictionary, text)];
+    if (const std::int32_t id = search(dictionary, bucket, text); id >= 0)
+        return id;
+    // Every fallible step comes before the first change that would need undoing with memory.
+    memory::Owned<char> copy(memory::duplicate(text));
+    if (!copy)
+        return -1;
+    std::int32_t slot = free_slot(dictionary);
+    bool grew = false;
+    if (slot < 0) {
+        if (!memory::resize_array(dictionary.strings, static_cast<std::size_t>(dictionary.count) + 1))
+            return -1;
+        slot = dictionary.count;
+        dictionary.strings[slot] = nullptr;
+        dictionary.count++;
+        grew = true;
+    }
+    if (!memory::resize_array(bucket.ids, static_cast<std::size_t>(bucket.count) + 1)) {
+        // Give the new slot back; if even the shrink fails it stays as a free slot.
+        if (grew && memory::resize_array(dictionary.strings, static_cast<std::size_t>(dictionary.count) - 1))
+            dictionary.count--;
+        return -1;
+    }
+    dictionary.strings[slot] = copy.take();
+    // The bucket stays sorted: the new ID goes before the first string that orders after it.
+    std::int32_t position = bucket.count;
+    for (std::int32_t i = 0; i < bucket.count; i++) {
+        if (compare(dictionary.strings[bucket.ids[i]], text) > 0) {
+            position = i;
+            break;
+        }
+    }
+    std::memmove(&bucket.ids[position + 1], &bucket.ids[position],
+                 static_cast<std::size_t>(bucket.count - position) * sizeof(std::int32_t));
+    bucket.ids[position] = slot;
+    bucket.count++;
+    return slot;
+}
+
+bool usable(const dk_sdDictionary *dictionary) noexcept
+{
+    return dictionary != nullptr && dictionary->buckets != nullptr;
+}
+
+}  // namespace
+
+std::uint32_t hash_value(const char *text) noexcept
+{
+    const auto *p = reinterpret_cast<const unsigned char *>(text);
+    std::uint32_t h = 0;
+    // Unrolled by the period of the shift (position & 7), so that each position's shift and
+    // parity are constants; the value is that of one step per byte.
+    for (;; p += 8) {
+        if (p[0] == '\0') break;
+        h ^= contribution<0>(p[0]);
+        if (p[1] == '\0') break;
+        h ^= contribution<1>(p[1]);
+        if (p[2] == '\0') break;
+        h ^= contribution<2>(p[2]);
+        if (p[3] == '\0') break;
+        h ^= contribution<3>(p[3]);
+        if (p[4] == '\0') break;
+        h ^= contribution<4>(p[4]);
+        if (p[5] == '\0') break;
+        h ^= contribution<5>(p[5]);
+        if (p[6] == '\0') break;
+        h ^= contribution<6>(p[6]);
+        if (p[7] == '\0') break;
+        h ^= contribution<7>(p[7]);
+    }
+    return h;
+}
+
+std::uint32_t bucket_index(const dk_sdDictionary *dictionary, const char *text) noexcept
+{
+    const std::uint32_t h = hash_value(text);
+    // The context's bucket count as a constant, so the compiler divides by multiplication; the
+    // remainder is the same unsigned 32-bit one.
+    if (dictionary->bucketCount == context_buckets)
+        return h % context_buckets;
+    return h % dictionary->bucketCount;
+}
+
+std::int32_t find(const dk_sdDictionary &dictionary, const char *text) noexcept
+{
+    return search(dictionary, dictionary.buckets[bucket_index(&dictionary, text)], text);
+}
+
+bool trim_all(std::string_view text, std::span<char> out) noexcept
+{
+    if (out.empty())
+        return false;
+    std::memset(out.data(), 0, out.size());
+    std::size_t stored = 0;
+    for (const char c : text) {
+        if (c == '\t' || c == '\n' || c == ' ')
+            continue;
+        out[stored++] = c;
+        if (stored == out.size())
+            return false;
+    }
+    return true;
+}
+
+}  // namespace navo::dictionary
+
 extern "C" {
 
 NAVO_API int32_t NAVO_CALL dk_sdStrCmp(const char *left, const char *right) noexcept
 {
-    return dk_sdCompare(left, right);
+    return navo::dictionary::compare(left, right);
 }
 
 NAVO_API int32_t NAVO_CALL dk_sdInit(dk_sdDictionary **out, uint32_t bucketCount) noexcept
 {
+    // The record goes out even when its buckets fail: dk_sdDestroy takes it back.
     dk_sdDictionary *dictionary = navo::memory::make_zeroed<dk_sdDictionary>();
     *out = dictionary;
-    if (dictionary == NULL)
+    if (dictionary == nullptr)
         return 0;
-    /* No bucket could hold a string: refused like a failed bucket allocation. */
+    // No bucket could hold a string: refused like a failed bucket allocation.
     if (bucketCount == 0)
         return 0;
     dictionary->buckets = navo::memory::make_zeroed<dk_sdBucket>(bucketCount);
-    if (dictionary->buckets == NULL)
+    if (dictionary->buckets == nullptr)
         return 0;
     dictionary->bucketCount = bucketCount;
     return 1;
@@ -129,178 +237,78 @@ NAVO_API int32_t NAVO_CALL dk_sdInit(dk_sdDictionary **out, uint32_t bucketCount
 
 NAVO_API int32_t NAVO_CALL dk_sdDestroy(dk_sdDictionary **pointer) noexcept
 {
-    dk_sdDictionary *dictionary = pointer != NULL ? *pointer : NULL;
-    int32_t i;
-    uint32_t b;
-    if (dictionary == NULL)
+    dk_sdDictionary *dictionary = pointer != nullptr ? *pointer : nullptr;
+    if (dictionary == nullptr)
         return 1;
-    for (i = 0; i < dictionary->count; i++)
+    for (int32_t i = 0; i < dictionary->count; i++)
         navo::memory::release(dictionary->strings[i]);
     navo::memory::release(dictionary->strings);
-    if (dictionary->buckets != NULL) {
-        for (b = 0; b < dictionary->bucketCount; b++)
+    if (dictionary->buckets != nullptr) {
+        for (uint32_t b = 0; b < dictionary->bucketCount; b++)
             navo::memory::release(dictionary->buckets[b].ids);
     }
     navo::memory::release(dictionary->buckets);
     navo::memory::release(dictionary);
-    *pointer = NULL;
+    *pointer = nullptr;
     return 1;
 }
 
 NAVO_API int32_t NAVO_CALL dk_sdGetID(dk_sdDictionary *dictionary, const char *text, int32_t *out) noexcept
 {
-    const dk_sdBucket *bucket;
-    int32_t i;
-    if (dictionary == NULL || dictionary->buckets == NULL)
+    if (!navo::dictionary::usable(dictionary))
         return 0;
-    bucket = &dictionary->buckets[dk_sdHash(dictionary, text)];
-    *out = -1;
-    if (bucket->count == 0)
-        return 0;
-    if (bucket->count < DK_SD_BINARY_SEARCH_FROM) {
-        for (i = 0; i < bucket->count; i++) {
-            if (dk_sdMatch(dictionary, bucket->ids[i], text) == 0) {
-                *out = bucket->ids[i];
-                return 1;
-            }
-        }
-        return 0;
-    }
-    {
-        /* The bounds move onto middle, not past it, and the end game checks both. */
-        int32_t low = 0;
-        int32_t high = bucket->count - 1;
-        while (high - low >= 2) {
-            int32_t middle = (low + high) / 2;
-            int32_t order = dk_sdMatch(dictionary, bucket->ids[middle], text);
-            if (order == 0) {
-                *out = bucket->ids[middle];
-                return 1;
-            }
-            if (order < 0)
-                high = middle;
-            else
-                low = middle;
-        }
-        if (dk_sdMatch(dictionary, bucket->ids[low], text) == 0) {
-            *out = bucket->ids[low];
-            return 1;
-        }
-        if (dk_sdMatch(dictionary, bucket->ids[high], text) == 0) {
-            *out = bucket->ids[high];
-            return 1;
-        }
-    }
-    return 0;
+    *out = navo::dictionary::find(*dictionary, text);
+    return *out >= 0 ? 1 : 0;
 }
 
 NAVO_API int32_t NAVO_CALL dk_sdAddStr(dk_sdDictionary *dictionary, const char *text) noexcept
 {
-    dk_sdBucket *bucket;
-    char *copy;
-    int32_t slot;
-    int32_t id;
-    int32_t position;
-    int grew = 0;
-    if (dictionary == NULL || dictionary->buckets == NULL)
+    if (!navo::dictionary::usable(dictionary))
         return 0;
-    if (dk_sdGetID(dictionary, text, &id))
-        return 1;
-    /* Every fallible step comes before the first change that would need undoing with memory. */
-    copy = navo::memory::duplicate(text);
-    if (copy == NULL)
-        return 0;
-    slot = dk_sdFreeSlot(dictionary);
-    if (slot < 0) {
-        if (!navo::memory::resize_array(dictionary->strings, static_cast<size_t>(dictionary->count) + 1)) {
-            navo::memory::release(copy);
-            return 0;
-        }
-        slot = dictionary->count;
-        dictionary->strings[slot] = NULL;
-        dictionary->count++;
-        grew = 1;
-    }
-    bucket = &dictionary->buckets[dk_sdHash(dictionary, text)];
-    if (!navo::memory::resize_array(bucket->ids, static_cast<size_t>(bucket->count) + 1)) {
-        navo::memory::release(copy);
-        if (grew) {
-            /* Give the new slot back; if even the shrink fails it stays as a free slot. */
-            if (navo::memory::resize_array(dictionary->strings, static_cast<size_t>(dictionary->count) - 1))
-                dictionary->count--;
-        }
-        return 0;
-    }
-    dictionary->strings[slot] = copy;
-    position = bucket->count;
-    for (id = 0; id < bucket->count; id++) {
-        if (dk_sdStrCmp(dictionary->strings[bucket->ids[id]], text) > 0) {
-            position = id;
-            break;
-        }
-    }
-    memmove(&bucket->ids[position + 1], &bucket->ids[position],
-            (size_t)(bucket->count - position) * sizeof(int32_t));
-    bucket->ids[position] = slot;
-    bucket->count++;
-    return 1;
+    return navo::dictionary::add(*dictionary, text) >= 0 ? 1 : 0;
 }
 
 NAVO_API int32_t NAVO_CALL dk_sdDelStr(dk_sdDictionary *dictionary, const char *text) noexcept
 {
-    dk_sdBucket *bucket;
-    int32_t id;
-    int32_t position;
-    if (dictionary == NULL || dictionary->buckets == NULL)
+    if (!navo::dictionary::usable(dictionary))
         return 0;
-    bucket = &dictionary->buckets[dk_sdHash(dictionary, text)];
-    if (!dk_sdGetID(dictionary, text, &id))
+    const int32_t id = navo::dictionary::find(*dictionary, text);
+    if (id < 0)
         return 0;
+    dk_sdBucket &bucket = dictionary->buckets[navo::dictionary::bucket_index(dictionary, text)];
     navo::memory::release(dictionary->strings[id]);
-    dictionary->strings[id] = NULL;
-    for (position = 0; bucket->ids[position] != id; position++)
-        ;
-    memmove(&bucket->ids[position], &bucket->ids[position + 1],
-            (size_t)(bucket->count - position - 1) * sizeof(int32_t));
-    bucket->count--;
-    /* A shrink that fails keeps the larger block; the count is what holds. */
-    (void)navo::memory::resize_array(bucket->ids, static_cast<size_t>(bucket->count));
+    dictionary->strings[id] = nullptr;
+    int32_t position = 0;
+    while (bucket.ids[position] != id)
+        position++;
+    std::memmove(&bucket.ids[position], &bucket.ids[position + 1],
+                 static_cast<size_t>(bucket.count - position - 1) * sizeof(int32_t));
+    bucket.count--;
+    // A shrink that fails keeps the larger block; the count is what holds.
+    (void)navo::memory::resize_array(bucket.ids, static_cast<size_t>(bucket.count));
     return 1;
 }
 
 NAVO_API int32_t NAVO_CALL dk_sdDopisz(dk_sdDictionary *dictionary, const char *text) noexcept
 {
-    int32_t id;
-    if (dk_sdGetID(dictionary, text, &id))
+    // Adds only a new string: one already held is refused.
+    if (!navo::dictionary::usable(dictionary) || navo::dictionary::find(*dictionary, text) >= 0)
         return 0;
-    return dk_sdAddStr(dictionary, text);
+    return navo::dictionary::add(*dictionary, text) >= 0 ? 1 : 0;
 }
 
 NAVO_API int32_t NAVO_CALL dk_sdGetSafeID(dk_sdDictionary *dictionary, const char *text, int32_t *out) noexcept
 {
-    if (dk_sdGetID(dictionary, text, out))
-        return 1;
-    if (!dk_sdAddStr(dictionary, text)) {
-        *out = -1;
-        return 0;
-    }
-    return dk_sdGetID(dictionary, text, out);
+    // The ID of a string held, else of the string interned now; -1 when it could not be.
+    *out = navo::dictionary::usable(dictionary) ? navo::dictionary::add(*dictionary, text) : -1;
+    return *out >= 0 ? 1 : 0;
 }
 
 NAVO_API int32_t NAVO_CALL dk_sdTrimAll(const char *text, char *out, int32_t size) noexcept
 {
-    int32_t stored = 0;
     if (size < 1)
         return 0;
-    memset(out, 0, (size_t)size);
-    for (; *text != '\0'; text++) {
-        if (*text == '\t' || *text == '\n' || *text == ' ')
-            continue;
-        out[stored++] = *text;
-        if (stored == size)
-            return 0;
-    }
-    return 1;
+    return navo::dictionary::trim_all(text, {out, static_cast<size_t>(size)}) ? 1 : 0;
 }
 
 }  // extern "C"

@@ -1,21 +1,29 @@
-/* dk_dict.h - the string dictionary: names interned as small IDs in a chained hash table. */
-#ifndef DK_DICT_H
-#define DK_DICT_H
+// core/dictionary.hpp - the string dictionary: names interned as small IDs in a chained hash table.
+#pragma once
 
-#include <stdint.h>
+#include <cstdint>
+#include <span>
+#include <string_view>
 
 #include "navo.h"
 
-/* The bucket count that dk_Init gives every context (Part 1.1). */
-#define DK_SD_CONTEXT_BUCKETS 400u
+namespace navo::dictionary {
 
-/* From 4 IDs on a bucket is searched by halves (Part 1.2). */
-#define DK_SD_BINARY_SEARCH_FROM 4
+// The bucket count that dk_Init gives every context.
+inline constexpr std::uint32_t context_buckets = 400;
 
-/* The raw 32-bit hash accumulator of Part 1.2, before the modulo. */
-uint32_t dk_sdHashValue(const char *text);
+// The raw 32-bit hash accumulator of `text` (NUL-terminated), before the modulo.
+std::uint32_t hash_value(const char *text) noexcept;
 
-/* The bucket index of `text`: dk_sdHashValue modulo the bucket count. */
-uint32_t dk_sdHash(const dk_sdDictionary *dictionary, const char *text);
+// The bucket index of `text`: hash_value modulo the dictionary's bucket count.
+std::uint32_t bucket_index(const dk_sdDictionary *dictionary, const char *text) noexcept;
 
-#endif /* DK_DICT_H */
+// The ID of `text`, or -1 when the dictionary does not hold it.
+std::int32_t find(const dk_sdDictionary &dictionary, const char *text) noexcept;
+
+// Copies `text` into `out` without its TABs, LFs and spaces, zero-filling the rest of `out`.
+// False when the kept bytes fill `out` entirely, leaving no room for the terminator, or when
+// `out` is empty.
+bool trim_all(std::string_view text, std::span<char> out) noexcept;
+
+}  // namespace navo::dictionary

@@ -1,42 +1,65 @@
-/* dk_status.h - errors and notifications of Part 1.3: the catalogue, the last code, the hooks. */
-#ifndef DK_STATUS_H
-#define DK_STATUS_H
+// core/status.hpp - errors and notifications: the message catalogue, the last error code, the hooks.
+#pragma once
 
-#include <stdint.h>
+#include <array>
+#include <cstdint>
+#include <string_view>
 
 #include "navo.h"
 
-/* The error codes of the catalogue (Part 1.3), by what raises them. */
-enum {
-    DK_ERR_NONE = 0,         /* nothing went wrong */
-    DK_ERR_NOT_NAVO = 1,     /* the first prolog line is not the document type */
-    DK_ERR_OPEN = 2,         /* the file cannot be opened */
-    DK_ERR_READ = 3,         /* a fixed read or an element text failed, or a header length is wrong */
-    DK_ERR_TAG = 4,          /* a tag is missing or is another one */
-    DK_ERR_DOCUMENT = 5,     /* a section failed to load */
-    DK_ERR_BLOCK = 6,        /* a block the form does not have, or out of order */
-    DK_ERR_BLOCK_SIZE = 7,   /* a block text of the wrong length, or a record that cannot be added */
-    DK_ERR_ADD_DOCUMENT = 8, /* dk_AddDocument failed */
-    DK_ERR_MEMORY = 9,       /* a note list cannot grow */
-    DK_ERR_CANCELLED = 10    /* the host's callback ended the load */
+namespace navo::status {
+
+// The error codes of the catalogue, by what raises them. Plain int32_t constants, because the
+// codes travel as the int32_t of dk_GetNAVOError and dk_OnNAVOError.
+inline constexpr std::int32_t none = 0;                 // nothing went wrong
+inline constexpr std::int32_t not_navo = 1;             // the first prolog line is not the document type
+inline constexpr std::int32_t open_failed = 2;          // the file cannot be opened
+inline constexpr std::int32_t read_failed = 3;          // a fixed read or an element text failed, or a header length is wrong
+inline constexpr std::int32_t unexpected_tag = 4;       // a tag is missing or is another one
+inline constexpr std::int32_t bad_document = 5;         // a section failed to load
+inline constexpr std::int32_t unexpected_block = 6;     // a block the form does not have, or out of order
+inline constexpr std::int32_t bad_block_size = 7;       // a block text of the wrong length, or a record that cannot be added
+inline constexpr std::int32_t add_document_failed = 8;  // dk_AddDocument failed
+inline constexpr std::int32_t out_of_memory = 9;        // a note list cannot grow
+inline constexpr std::int32_t cancelled = 10;           // the host's callback ended the load
+
+struct Message {
+    std::int32_t code;
+    std::string_view text;  // CP1250
 };
 
-#define DK_ERROR_CATALOGUE_ROWS 11
+// The messages are CP1250 bytes, written as escapes so the source stays ASCII; each literal is
+// split behind an escape because a hex escape would swallow the hex letters that follow.
+inline constexpr std::array<Message, 11> catalogue{{
+    {none, "Wszystko jest w porz\xB9" "dku"},
+    {not_navo, "Z\xB3" "y format pliku NAVO - to nie jest plik NAVO"},
+    {open_failed, "Nie powiod\xB3" "a sie pr\xF3" "ba otwarcia pliku NAVO"},
+    {read_failed, "B\xB3" "\xB9" "d odczytu - niespodziewany koniec pliku"},
+    {unexpected_tag, "Z\xB3" "y format pliku - oczekiwano innego wpisu"},
+    {bad_document, "Z\xB3" "y format dokumentu - b\xB3" "\xB9" "d podczas analizy dokumentu"},
+    {unexpected_block, "Wyst\xB9" "pi\xB3" " nieoczekiwany blok, kt\xF3" "rego nie ma w definicji dokumentu"},
+    {bad_block_size, "Z\xB3" "y rozmiar bloku"},
+    {add_document_failed, "B\xB3" "\xB9" "d systemu - nie uda\xB3" "o si\xEA" " utworzy\xE6" " dokumentu"},
+    {out_of_memory, "Brak wolnej pami\xEA" "ci !"},
+    {cancelled, "Anulowano"},
+}};
 
-typedef struct dk_ErrorEntry {
-    int32_t code;
-    const char *message; /* CP1250 */
-} dk_ErrorEntry;
+// Row i holds code i, so a lookup may index; the message writer still searches by code.
+static_assert([] {
+    for (std::size_t i = 0; i < catalogue.size(); i++) {
+        if (catalogue[i].code != static_cast<std::int32_t>(i))
+            return false;
+    }
+    return true;
+}());
 
-/* The constant table of Part 1.3, codes 0 to 10, searched row by row. */
-extern const dk_ErrorEntry dk_ErrorCatalogue[DK_ERROR_CATALOGUE_ROWS];
+// The last error code is module-wide and internal (not exported); the loaders set it through
+// these, hosts read it with dk_GetNAVOError.
+void set_last_error(std::int32_t code) noexcept;
+std::int32_t last_error() noexcept;
 
-/* i_lKodBledu is module-wide and internal; the loaders set it through these. */
-void dk_SetErrorCode(int32_t code);
-int32_t dk_GetErrorCode(void);
+// The loaders' failure step: sets the code, then calls dk_OnNAVOError with it and gives that
+// result (0 for every failure code, so the load ends).
+std::int32_t raise(std::int32_t code) noexcept;
 
-/* The loaders' failure step: sets the code, then calls dk_OnNAVOError with it and returns
-   that result (0 for every failure code, so the load ends). */
-int32_t dk_RaiseError(int32_t code);
-
-#endif /* DK_STATUS_H */
+}  // namespace navo::status

@@ -1,449 +1,467 @@
-/* dk_deffile.c - the definition loader of Part 2.1: grammar, interning, offsets, links and maps. */
+// definitions/definition_loader.cpp - the definition loader: grammar, interning, offsets, links and maps.
 #include "definitions/definition_loader.hpp"
 
-#include <ctype.h>
-#include <limits.h>
-#include <string.h>
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstring>
+#include <limits>
+#include <optional>
+#include <span>
+#include <string_view>
 
 #include "core/allocator.hpp"
 #include "core/dictionary.hpp"
 
-/* Module-wide, as Part 1.1 lists them: the text being loaded and the cursor in it. */
-static const char *definitionText;
-static int32_t definitionCursor;
-static size_t definitionLength;   /* cached strlen of the text: the Part's "length of the text" */
-static int definitionMalformed;   /* a line without LF or longer than the buffer was met */
+namespace navo::definitions {
+namespace {
 
-/* Part 2.1's line reader: one line with its LF into `out`, or null at the end of the text. */
-static char *dk_dfReadLine(char *out, int32_t size)
-{
-    size_t start = (size_t)definitionCursor;
-    const char *lineFeed;
-    size_t length;
-    memset(out, 0, (size_t)size);
-    if (start >= definitionLength)
-        return NULL;
-    lineFeed = static_cast<const char *>(memchr(definitionText + start, '\n', definitionLength - start));
-    /* A last line without LF, or a line that does not fit with its terminator, breaks the
-       grammar; the loader fails on it rather than read or write past a buffer. */
-    if (lineFeed == NULL) {
-        definitionMalformed = 1;
-        definitionCursor = (int32_t)definitionLength;
-        return NULL;
-    }
-    length = (size_t)(lineFeed - (definitionText + start)) + 1;
-    if (length > (size_t)size - 1) {
-        definitionMalformed = 1;
-        definitionCursor = (int32_t)definitionLength;
-        return NULL;
-    }
-    memcpy(out, definitionText + start, length);
-    definitionCursor = (int32_t)(start + length);
-    return out;
-}
+// A line holds at most 199 bytes with its LF; a longer one breaks the grammar.
+constexpr std::size_t max_line_length = 199;
 
-/* The standard tokenizer's semantics (a run of delimiters counts as one, no empty token),
-   with the position kept by the caller so that a host's own strtok is not disturbed. */
-static char *dk_dfToken(char **position, const char *delimiters)
-{
-    char *start = *position;
-    char *end;
-    if (start == NULL)
-        return NULL;
-    start += strspn(start, delimiters);
-    if (*start == '\0') {
-        *position = NULL;
-        return NULL;
-    }
-    end = start + strcspn(start, delimiters);
-    if (*end == '\0') {
-        *position = NULL;
-    } else {
-        *end = '\0';
-        *position = end + 1;
-    }
-    return start;
-}
+// Room for an interned name with its terminator.
+using Name = std::array<char, 200>;
 
-/* atoi's reading (white space, sign, digits, stop at the first other byte), saturating
-   instead of overflowing. */
-static int32_t dk_dfNumber(const char *text)
+// The version line's first bytes that are not looked at ("Wersja ").
+constexpr std::size_t version_skip = 7;
+
+// The text being loaded, one line at a time; `line()` is the current one, with its LF.
+class LineReader {
+public:
+    explicit LineReader(std::string_view text) noexcept : text_(text) {}
+
+    // Moves to the next line; false at the end of the text, or at a last line without LF or one
+    // longer than max_line_length, which break the grammar (`malformed()` tells them apart).
+    // The loader fails on those rather than guess where such a line ends.
+    bool advance() noexcept
+    {
+        line_ = {};
+        if (cursor_ >= text_.size())
+            return false;
+        const std::size_t lineFeed = text_.find('\n', cursor_);
+        if (lineFeed == std::string_view::npos || lineFeed + 1 - cursor_ > max_line_length) {
+            malformed_ = true;
+            cursor_ = text_.size();
+            return false;
+        }
+        line_ = text_.substr(cursor_, lineFeed + 1 - cursor_);
+        cursor_ = lineFeed + 1;
+        return true;
+    }
+
+    [[nodiscard]] std::string_view line() const noexcept { return line_; }
+    [[nodiscard]] bool malformed() const noexcept { return malformed_; }
+
+private:
+    std::string_view text_;
+    std::string_view line_;
+    std::size_t cursor_ = 0;
+    bool malformed_ = false;
+};
+
+// Splits a line into tokens as the standard tokenizer does (a run of delimiters counts as one,
+// no empty token, and once a token reaches the end nothing follows), each call with its own
+// delimiters; the state is this object, so nothing is shared with a host's strtok.
+class Tokens {
+public:
+    explicit Tokens(std::string_view text) noexcept : rest_(text) {}
+
+    std::optional<std::string_view> next(std::string_view delimiters) noexcept
+    {
+        const std::size_t start = rest_.find_first_not_of(delimiters);
+        if (start == std::string_view::npos) {
+            rest_ = {};
+            return std::nullopt;
+        }
+        const std::size_t end = rest_.find_first_of(delimiters, start);
+        const std::string_view token = rest_.substr(start, end == std::string_view::npos ? end : end - start);
+        rest_ = end == std::string_view::npos ? std::string_view{} : rest_.substr(end + 1);
+        return token;
+    }
+
+private:
+    std::string_view rest_;
+};
+
+// atoi's reading (white space, sign, digits, stop at the first other byte), saturating
+// instead of overflowing.
+std::int32_t number(std::string_view text) noexcept
 {
-    int negative = 0;
-    int64_t value = 0;
-    while (isspace((unsigned char)*text))
-        text++;
-    if (*text == '+' || *text == '-')
-        negative = *text++ == '-';
-    for (; *text >= '0' && *text <= '9'; text++) {
-        if (value <= (int64_t)INT32_MAX + 1)
-            value = value * 10 + (*text - '0');
+    constexpr std::int64_t largest = std::numeric_limits<std::int32_t>::max();
+    constexpr std::int64_t smallest = std::numeric_limits<std::int32_t>::min();
+    std::size_t i = 0;
+    while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i])))
+        i++;
+    bool negative = false;
+    if (i < text.size() && (text[i] == '+' || text[i] == '-'))
+        negative = text[i++] == '-';
+    std::int64_t value = 0;
+    for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; i++) {
+        if (value <= largest + 1)
+            value = value * 10 + (text[i] - '0');
     }
     if (negative)
         value = -value;
-    if (value > INT32_MAX)
-        return INT32_MAX;
-    if (value < INT32_MIN)
-        return INT32_MIN;
-    return (int32_t)value;
+    if (value > largest)
+        return std::numeric_limits<std::int32_t>::max();
+    if (value < smallest)
+        return std::numeric_limits<std::int32_t>::min();
+    return static_cast<std::int32_t>(value);
 }
 
-static int dk_dfEndsSection(const char *line)
+// A line that begins with white space (an empty line is its LF) ends a form or a block.
+bool ends_section(std::string_view line) noexcept
 {
-    return isspace((unsigned char)line[0]) != 0;
+    return std::isspace(static_cast<unsigned char>(line[0])) != 0;
 }
 
-/* A position map carries its entry count in one hidden slot in front of the entries, so that a
-   lookup can refuse an ID outside the map in O(1); the map pointer is to the first entry. */
-static int32_t *dk_dfMapAlloc(int32_t entries)
+// A position map carries its entry count in one hidden slot in front of the entries, so that a
+// lookup can refuse an ID outside the map in O(1); the map pointer is to the first entry.
+std::int32_t *allocate_map(std::int32_t entries) noexcept
 {
-    int32_t *base = navo::memory::make_zeroed<int32_t>(static_cast<size_t>(entries) + 1);
-    if (base == NULL)
-        return NULL;
+    std::int32_t *base = memory::make_zeroed<std::int32_t>(static_cast<std::size_t>(entries) + 1);
+    if (base == nullptr)
+        return nullptr;
     base[0] = entries;
     return base + 1;
 }
 
-static void dk_dfMapFree(int32_t *map)
+void release_map(std::int32_t *map) noexcept
 {
-    if (map != NULL)
-        navo::memory::release(map - 1);
+    if (map != nullptr)
+        memory::release(map - 1);
 }
 
-static int32_t dk_dfMapEntries(const int32_t *map)
+std::int32_t map_entries(const std::int32_t *map) noexcept
 {
     return map[-1];
 }
 
-static void dk_dfReleaseDefinition(dk_dfDefinition *definition)
+void release_definition(dk_dfDefinition &definition) noexcept
 {
-    int32_t i;
-    int32_t j;
-    for (i = 0; i < definition->formCount; i++) {
-        dk_dfForm *form = &definition->forms[i];
-        for (j = 0; j < form->refCount; j++)
-            navo::memory::release(form->refs[j].name);
-        navo::memory::release(form->refs);
-        dk_dfMapFree(form->positionByTag);
+    for (dk_dfForm &form : std::span(definition.forms, static_cast<std::size_t>(definition.formCount))) {
+        for (dk_dfBlockRef &ref : std::span(form.refs, static_cast<std::size_t>(form.refCount)))
+            memory::release(ref.name);
+        memory::release(form.refs);
+        release_map(form.positionByTag);
     }
-    navo::memory::release(definition->forms);
-    for (i = 0; i < definition->blockCount; i++) {
-        dk_dfBlock *block = &definition->blocks[i];
-        navo::memory::release(block->name);
-        navo::memory::release(block->fields);
-        dk_dfMapFree(block->positionByName);
+    memory::release(definition.forms);
+    for (dk_dfBlock &block : std::span(definition.blocks, static_cast<std::size_t>(definition.blockCount))) {
+        memory::release(block.name);
+        memory::release(block.fields);
+        release_map(block.positionByName);
     }
-    navo::memory::release(definition->blocks);
-    navo::memory::release(definition->name);
-    memset(definition, 0, sizeof *definition);
+    memory::release(definition.blocks);
+    memory::release(definition.name);
+    definition = dk_dfDefinition{};
 }
 
-/* How the reading part of a load ended. */
-enum dk_dfOutcome {
-    DK_DF_READ_OK,
-    DK_DF_INTERN_FAILED,  /* the half-built definition stays in the list (Part 2.1) */
-    DK_DF_REMOVE          /* the definition is removed again */
+// How the reading part of a load ended.
+enum class Outcome {
+    read,
+    intern_failed,  // the half-built definition stays in the list
+    remove          // the definition is removed again
 };
 
-/* Step 6: the forms, up to the first line that begins with '<'. */
-static enum dk_dfOutcome dk_dfReadForms(dk_dfDefinition *definition, dk_sdDictionary *dictionary, char *line,
-                                        char *name)
+// The forms, up to the first line that begins with '<'.
+Outcome read_forms(LineReader &reader, dk_dfDefinition &definition, dk_sdDictionary &dictionary) noexcept
 {
-    while (line[0] != '<') {
-        char *position = line;
-        char *column;
-        dk_dfForm *form;
-        int32_t id;
-        int32_t i;
-        if (dk_dfToken(&position, ",") == NULL || (column = dk_dfToken(&position, "]")) == NULL)
-            return DK_DF_REMOVE;
-        if (!dk_sdTrimAll(column, name, DK_DF_NAME_SIZE))
-            return DK_DF_REMOVE;
-        if (!dk_sdGetSafeID(dictionary, name, &id))
-            return DK_DF_INTERN_FAILED;
-        for (i = 0; i < definition->formCount; i++) {
-            if (definition->forms[i].id == id)
-                return DK_DF_REMOVE;
+    Name name;
+    while (reader.line()[0] != '<') {
+        Tokens header(reader.line());
+        std::optional<std::string_view> column;
+        if (!header.next(",") || !(column = header.next("]")))
+            return Outcome::remove;
+        if (!dictionary::trim_all(*column, name))
+            return Outcome::remove;
+        std::int32_t id;
+        if (!dk_sdGetSafeID(&dictionary, name.data(), &id))
+            return Outcome::intern_failed;
+        for (const dk_dfForm &form : std::span(definition.forms, static_cast<std::size_t>(definition.formCount))) {
+            if (form.id == id)
+                return Outcome::remove;
         }
-        form = navo::memory::append_zeroed(definition->forms, definition->formCount);
-        if (form == NULL)
-            return DK_DF_REMOVE;
+        dk_dfForm *form = memory::append_zeroed(definition.forms, definition.formCount);
+        if (form == nullptr)
+            return Outcome::remove;
         form->id = id;
         for (;;) {
-            dk_dfBlockRef *ref;
-            char *blockName;
-            char *occurrence;
-            if (dk_dfReadLine(line, DK_DF_LINE_SIZE) == NULL)
-                return DK_DF_REMOVE;
-            if (dk_dfEndsSection(line))
+            if (!reader.advance())
+                return Outcome::remove;
+            if (ends_section(reader.line()))
                 break;
-            position = line;
-            blockName = dk_dfToken(&position, ",");
-            if (blockName == NULL || dk_dfToken(&position, ",") == NULL ||
-                (occurrence = dk_dfToken(&position, ",")) == NULL)
-                return DK_DF_REMOVE;
-            ref = navo::memory::append_zeroed(form->refs, form->refCount);
-            if (ref == NULL)
-                return DK_DF_REMOVE;
-            ref->occurrence = dk_dfNumber(occurrence);
-            ref->name = navo::memory::duplicate(blockName);
-            if (ref->name == NULL || ref->occurrence == 0)
-                return DK_DF_REMOVE;
+            Tokens tokens(reader.line());
+            const std::optional<std::string_view> blockName = tokens.next(",");
+            std::optional<std::string_view> occurrence;
+            if (!blockName || !tokens.next(",") || !(occurrence = tokens.next(",")))
+                return Outcome::remove;
+            dk_dfBlockRef *ref = memory::append_zeroed(form->refs, form->refCount);
+            if (ref == nullptr)
+                return Outcome::remove;
+            ref->occurrence = number(*occurrence);
+            ref->name = memory::duplicate(*blockName);
+            if (ref->name == nullptr || ref->occurrence == 0)
+                return Outcome::remove;
         }
-        if (dk_dfReadLine(line, DK_DF_LINE_SIZE) == NULL)
-            return DK_DF_REMOVE;
+        if (!reader.advance())
+            return Outcome::remove;
     }
-    return DK_DF_READ_OK;
+    return Outcome::read;
 }
 
-/* Step 7: the blocks, from the line in the buffer to the end of the text. */
-static enum dk_dfOutcome dk_dfReadBlocks(dk_dfDefinition *definition, dk_sdDictionary *dictionary, char *line,
-                                         char *name)
+// The blocks, from the current line (its first byte, the '<', is skipped) to the end of the text.
+Outcome read_blocks(LineReader &reader, dk_dfDefinition &definition, dk_sdDictionary &dictionary) noexcept
 {
+    Name name;
     for (;;) {
-        char *position = line + 1;
-        char *blockName;
-        char *tag;
-        dk_dfBlock *block;
-        int ended;
-        blockName = dk_dfToken(&position, ",");
-        if (blockName == NULL || (tag = dk_dfToken(&position, ">")) == NULL)
-            return DK_DF_REMOVE;
-        block = navo::memory::append_zeroed(definition->blocks, definition->blockCount);
-        if (block == NULL)
-            return DK_DF_REMOVE;
-        block->name = navo::memory::duplicate(blockName);
-        if (block->name == NULL || !dk_sdTrimAll(tag, name, DK_DF_NAME_SIZE))
-            return DK_DF_REMOVE;
-        if (!dk_sdGetSafeID(dictionary, name, &block->tagId))
-            return DK_DF_INTERN_FAILED;
+        Tokens header(reader.line().substr(1));
+        const std::optional<std::string_view> blockName = header.next(",");
+        std::optional<std::string_view> tag;
+        if (!blockName || !(tag = header.next(">")))
+            return Outcome::remove;
+        dk_dfBlock *block = memory::append_zeroed(definition.blocks, definition.blockCount);
+        if (block == nullptr)
+            return Outcome::remove;
+        block->name = memory::duplicate(*blockName);
+        if (block->name == nullptr || !dictionary::trim_all(*tag, name))
+            return Outcome::remove;
+        if (!dk_sdGetSafeID(&dictionary, name.data(), &block->tagId))
+            return Outcome::intern_failed;
+        bool ended;
         for (;;) {
-            dk_dfField *field;
-            char *fieldName;
-            char *width;
-            int32_t nameId;
-            ended = dk_dfReadLine(line, DK_DF_LINE_SIZE) == NULL;
-            if (ended || dk_dfEndsSection(line))
+            ended = !reader.advance();
+            if (ended || ends_section(reader.line()))
                 break;
-            position = line;
-            fieldName = dk_dfToken(&position, ",");
-            if (fieldName == NULL || (width = dk_dfToken(&position, ",")) == NULL)
-                return DK_DF_REMOVE;
-            if (!dk_sdTrimAll(fieldName, name, DK_DF_NAME_SIZE))
-                return DK_DF_REMOVE;
-            if (!dk_sdGetSafeID(dictionary, name, &nameId))
-                return DK_DF_INTERN_FAILED;
-            field = navo::memory::append_zeroed(block->fields, block->fieldCount);
-            if (field == NULL)
-                return DK_DF_REMOVE;
+            Tokens tokens(reader.line());
+            const std::optional<std::string_view> fieldName = tokens.next(",");
+            std::optional<std::string_view> width;
+            if (!fieldName || !(width = tokens.next(",")))
+                return Outcome::remove;
+            if (!dictionary::trim_all(*fieldName, name))
+                return Outcome::remove;
+            std::int32_t nameId;
+            if (!dk_sdGetSafeID(&dictionary, name.data(), &nameId))
+                return Outcome::intern_failed;
+            dk_dfField *field = memory::append_zeroed(block->fields, block->fieldCount);
+            if (field == nullptr)
+                return Outcome::remove;
             field->nameId = nameId;
-            field->width = dk_dfNumber(width);
-            if (field->width == 0 || field->width < 0 || field->width > DK_DF_MAX_WIDTH)
-                return DK_DF_REMOVE;
+            field->width = number(*width);
+            if (field->width <= 0 || field->width > max_width)
+                return Outcome::remove;
         }
-        if (definitionMalformed)
-            return DK_DF_REMOVE;
-        if (ended || dk_dfReadLine(line, DK_DF_LINE_SIZE) == NULL)
-            return definitionMalformed ? DK_DF_REMOVE : DK_DF_READ_OK;
+        if (reader.malformed())
+            return Outcome::remove;
+        if (ended || !reader.advance())
+            return reader.malformed() ? Outcome::remove : Outcome::read;
     }
 }
 
-/* Steps 8 to 13: offsets, links, names released, position maps. */
-static int dk_dfComplete(dk_dfDefinition *definition)
+// What a read definition still needs: field offsets and record lengths, each reference linked
+// to its block by name (the names are released then), and the position maps.
+bool complete(dk_dfDefinition &definition) noexcept
 {
-    int32_t i;
-    int32_t j;
-    int32_t k;
-    for (i = 0; i < definition->blockCount; i++) {
-        dk_dfBlock *block = &definition->blocks[i];
-        int32_t offset = 0;
-        for (j = 0; j < block->fieldCount; j++) {
-            block->fields[j].offset = offset;
-            offset += block->fields[j].width;
-            if (offset > DK_DF_MAX_RECORD_LENGTH)
-                return 0;
+    const std::span forms(definition.forms, static_cast<std::size_t>(definition.formCount));
+    const std::span blocks(definition.blocks, static_cast<std::size_t>(definition.blockCount));
+    for (dk_dfBlock &block : blocks) {
+        std::int32_t offset = 0;
+        for (dk_dfField &field : std::span(block.fields, static_cast<std::size_t>(block.fieldCount))) {
+            field.offset = offset;
+            offset += field.width;
+            if (offset > max_record_length)
+                return false;
         }
-        block->recordLength = offset;
+        block.recordLength = offset;
     }
-    for (i = 0; i < definition->formCount; i++) {
-        dk_dfForm *form = &definition->forms[i];
-        for (j = 0; j < form->refCount; j++) {
-            for (k = 0; k < definition->blockCount; k++) {
-                if (dk_sdStrCmp(definition->blocks[k].name, form->refs[j].name) == 0)
-                    break;
-            }
-            if (k == definition->blockCount)
-                return 0;
-            form->refs[j].blockIndex = k;
+    for (dk_dfForm &form : forms) {
+        for (dk_dfBlockRef &ref : std::span(form.refs, static_cast<std::size_t>(form.refCount))) {
+            std::int32_t k = 0;
+            while (k < definition.blockCount && dk_sdStrCmp(definition.blocks[k].name, ref.name) != 0)
+                k++;
+            if (k == definition.blockCount)
+                return false;
+            ref.blockIndex = k;
         }
     }
-    for (i = 0; i < definition->formCount; i++) {
-        for (j = 0; j < definition->forms[i].refCount; j++) {
-            navo::memory::release(definition->forms[i].refs[j].name);
-            definition->forms[i].refs[j].name = NULL;
+    for (dk_dfForm &form : forms) {
+        for (dk_dfBlockRef &ref : std::span(form.refs, static_cast<std::size_t>(form.refCount))) {
+            memory::release(ref.name);
+            ref.name = nullptr;
         }
     }
-    for (i = 0; i < definition->blockCount; i++) {
-        navo::memory::release(definition->blocks[i].name);
-        definition->blocks[i].name = NULL;
+    for (dk_dfBlock &block : blocks) {
+        memory::release(block.name);
+        block.name = nullptr;
     }
-    for (i = 0; i < definition->formCount; i++) {
-        dk_dfForm *form = &definition->forms[i];
-        int32_t largest = 0;
-        for (j = 0; j < form->refCount; j++) {
-            int32_t tagId = definition->blocks[form->refs[j].blockIndex].tagId;
-            if (tagId > largest)
-                largest = tagId;
-        }
-        form->positionByTag = dk_dfMapAlloc(largest + 1);
-        if (form->positionByTag == NULL)
-            return 0;
-        for (j = 0; j < form->refCount; j++)
-            form->positionByTag[definition->blocks[form->refs[j].blockIndex].tagId] = j;
+    for (dk_dfForm &form : forms) {
+        const std::span refs(form.refs, static_cast<std::size_t>(form.refCount));
+        std::int32_t largest = 0;
+        for (const dk_dfBlockRef &ref : refs)
+            largest = std::max(largest, definition.blocks[ref.blockIndex].tagId);
+        form.positionByTag = allocate_map(largest + 1);
+        if (form.positionByTag == nullptr)
+            return false;
+        for (std::int32_t j = 0; j < form.refCount; j++)
+            form.positionByTag[definition.blocks[form.refs[j].blockIndex].tagId] = j;
     }
-    for (i = 0; i < definition->blockCount; i++) {
-        dk_dfBlock *block = &definition->blocks[i];
-        int32_t largest = 0;
-        for (j = 0; j < block->fieldCount; j++) {
-            if (block->fields[j].nameId > largest)
-                largest = block->fields[j].nameId;
-        }
-        block->positionByName = dk_dfMapAlloc(largest + 1);
-        if (block->positionByName == NULL)
-            return 0;
-        for (j = 0; j < block->fieldCount; j++)
-            block->positionByName[block->fields[j].nameId] = j;
+    for (dk_dfBlock &block : blocks) {
+        const std::span fields(block.fields, static_cast<std::size_t>(block.fieldCount));
+        std::int32_t largest = 0;
+        for (const dk_dfField &field : fields)
+            largest = std::max(largest, field.nameId);
+        block.positionByName = allocate_map(largest + 1);
+        if (block.positionByName == nullptr)
+            return false;
+        for (std::int32_t j = 0; j < block.fieldCount; j++)
+            block.positionByName[block.fields[j].nameId] = j;
     }
-    return 1;
+    return true;
 }
 
-const dk_dfDefinition *dk_dfStoreDefinition(const dk_Context *ctx)
+// The definition being loaded, at `index` of its list: a failure path removes it again, unless
+// `keep()` was called (on success, and where the half-built definition is meant to stay).
+class PendingDefinition {
+public:
+    PendingDefinition(dk_dfDefinitionList &list, std::int32_t index) noexcept : list_(list), index_(index) {}
+    PendingDefinition(const PendingDefinition &) = delete;
+    PendingDefinition &operator=(const PendingDefinition &) = delete;
+    ~PendingDefinition()
+    {
+        if (!kept_)
+            dk_dfDestroyDefinition(&list_, index_);
+    }
+    void keep() noexcept { kept_ = true; }
+
+private:
+    dk_dfDefinitionList &list_;
+    std::int32_t index_;
+    bool kept_ = false;
+};
+
+bool load(dk_dfDefinitionList &list, dk_sdDictionary &dictionary, std::string_view text) noexcept
 {
-    if (ctx == NULL || ctx->definitions == NULL || ctx->definitions->count == 0)
-        return NULL;
+    LineReader reader(text);
+    if (!reader.advance())
+        return false;
+    // A version line too short to hold a name gives an empty one.
+    const std::string_view versionLine = reader.line();
+    Name name;
+    if (!dictionary::trim_all(versionLine.size() >= version_skip ? versionLine.substr(version_skip) : std::string_view{},
+                              name))
+        return false;
+    for (const dk_dfDefinition &loaded : std::span(list.items, static_cast<std::size_t>(list.count))) {
+        if (loaded.name != nullptr && dk_sdStrCmp(loaded.name, name.data()) == 0)
+            return false;
+    }
+    memory::Owned<char> nameCopy(memory::duplicate(name.data()));
+    if (!nameCopy)
+        return false;
+    const std::int32_t index = list.count;
+    dk_dfDefinition *definition = memory::append_zeroed(list.items, list.count);
+    if (definition == nullptr)
+        return false;
+    definition->name = nameCopy.take();
+    PendingDefinition pending(list, index);
+
+    if (!reader.advance() || !reader.advance())
+        return false;
+    Outcome outcome = read_forms(reader, *definition, dictionary);
+    if (outcome == Outcome::read)
+        outcome = read_blocks(reader, *definition, dictionary);
+    // A name that could not be interned leaves the half-built definition in the list, where
+    // dk_dfDestroyDefinition takes it back; every other failure removes it at once.
+    if (outcome == Outcome::intern_failed) {
+        pending.keep();
+        return false;
+    }
+    if (outcome == Outcome::remove || !complete(*definition))
+        return false;
+    pending.keep();
+    return true;
+}
+
+}  // namespace
+
+const dk_dfDefinition *store_definition(const dk_Context *ctx) noexcept
+{
+    if (ctx == nullptr || ctx->definitions == nullptr || ctx->definitions->count == 0)
+        return nullptr;
     return &ctx->definitions->items[0];
 }
 
-int32_t dk_dfRefPosition(const dk_dfDefinition *definition, const dk_dfForm *form, int32_t tagId)
+std::int32_t ref_position(const dk_dfDefinition *definition, const dk_dfForm *form, std::int32_t tagId) noexcept
 {
-    int32_t position;
-    if (tagId < 0 || form->positionByTag == NULL || tagId >= dk_dfMapEntries(form->positionByTag))
+    if (tagId < 0 || form->positionByTag == nullptr || tagId >= map_entries(form->positionByTag))
         return -1;
-    position = form->positionByTag[tagId];
-    /* The map is zero for IDs it does not know: the tag at that position must be the one asked. */
+    const std::int32_t position = form->positionByTag[tagId];
+    // The map is zero for IDs it does not know: the tag at that position must be the one asked.
     if (position >= form->refCount || definition->blocks[form->refs[position].blockIndex].tagId != tagId)
         return -1;
     return position;
 }
 
-int32_t dk_dfFieldPosition(const dk_dfBlock *block, int32_t nameId)
+std::int32_t field_position(const dk_dfBlock *block, std::int32_t nameId) noexcept
 {
-    int32_t position;
-    if (nameId < 0 || block->positionByName == NULL || nameId >= dk_dfMapEntries(block->positionByName))
+    if (nameId < 0 || block->positionByName == nullptr || nameId >= map_entries(block->positionByName))
         return -1;
-    position = block->positionByName[nameId];
+    const std::int32_t position = block->positionByName[nameId];
     if (position >= block->fieldCount || block->fields[position].nameId != nameId)
         return -1;
     return position;
 }
 
+}  // namespace navo::definitions
+
 extern "C" {
 
 NAVO_API int32_t NAVO_CALL dk_dfInit(dk_dfDefinitionList **out) noexcept
 {
-    if (out == NULL)
+    if (out == nullptr)
         return 0;
     *out = navo::memory::make_zeroed<dk_dfDefinitionList>();
-    return *out != NULL;
+    return *out != nullptr;
 }
 
 NAVO_API int32_t NAVO_CALL dk_dfDestroyDefinition(dk_dfDefinitionList *list, int32_t index) noexcept
 {
-    if (list == NULL || list->count == 0)
+    if (list == nullptr || list->count == 0)
         return 0;
-    /* An index outside the list is refused (outside the contract). */
+    // An index outside the list is refused (outside the contract).
     if (index < 0 || index >= list->count)
         return 0;
-    dk_dfReleaseDefinition(&list->items[index]);
+    navo::definitions::release_definition(list->items[index]);
     if (list->count == 1) {
         navo::memory::release(list->items);
-        list->items = NULL;
+        list->items = nullptr;
         list->count = 0;
         return 1;
     }
-    memmove(&list->items[index], &list->items[index + 1],
-            (size_t)(list->count - index - 1) * sizeof(dk_dfDefinition));
+    std::memmove(&list->items[index], &list->items[index + 1],
+                 static_cast<size_t>(list->count - index - 1) * sizeof(dk_dfDefinition));
     list->count--;
-    /* A shrink that fails keeps the larger block; the count is what holds. */
+    // A shrink that fails keeps the larger block; the count is what holds.
     (void)navo::memory::resize_array(list->items, static_cast<size_t>(list->count));
     return 1;
 }
 
 NAVO_API int32_t NAVO_CALL dk_dfDestroy(dk_dfDefinitionList **pointer) noexcept
 {
-    dk_dfDefinitionList *list;
-    if (pointer == NULL || *pointer == NULL)
+    if (pointer == nullptr || *pointer == nullptr)
         return 1;
-    list = *pointer;
+    dk_dfDefinitionList *list = *pointer;
     while (list->count > 0)
         dk_dfDestroyDefinition(list, 0);
     navo::memory::release(list);
-    *pointer = NULL;
+    *pointer = nullptr;
     return 1;
 }
 
 NAVO_API int32_t NAVO_CALL dk_dfLoadDefinition(dk_dfDefinitionList *list, dk_sdDictionary *dictionary,
                                                const char *text) noexcept
 {
-    char line[DK_DF_LINE_SIZE];
-    char name[DK_DF_NAME_SIZE];
-    dk_dfDefinition *definition;
-    char *nameCopy;
-    enum dk_dfOutcome outcome;
-    int32_t index;
-    int32_t i;
-    if (list == NULL || dictionary == NULL || text == NULL)
+    if (list == nullptr || dictionary == nullptr || text == nullptr)
         return 0;
-    definitionText = text;
-    definitionCursor = 0;
-    definitionLength = strlen(text);
-    definitionMalformed = 0;
-
-    if (dk_dfReadLine(line, DK_DF_LINE_SIZE) == NULL)
-        return 0;
-    /* The line buffer is zero behind the line, so a short version line gives an empty name. */
-    if (!dk_sdTrimAll(strlen(line) >= DK_DF_VERSION_SKIP ? line + DK_DF_VERSION_SKIP : "", name,
-                      DK_DF_NAME_SIZE))
-        return 0;
-    for (i = 0; i < list->count; i++) {
-        if (list->items[i].name != NULL && dk_sdStrCmp(list->items[i].name, name) == 0)
-            return 0;
-    }
-    nameCopy = navo::memory::duplicate(name);
-    if (nameCopy == NULL)
-        return 0;
-    index = list->count;
-    definition = navo::memory::append_zeroed(list->items, list->count);
-    if (definition == NULL) {
-        navo::memory::release(nameCopy);
-        return 0;
-    }
-    definition->name = nameCopy;
-
-    if (dk_dfReadLine(line, DK_DF_LINE_SIZE) == NULL || dk_dfReadLine(line, DK_DF_LINE_SIZE) == NULL) {
-        dk_dfDestroyDefinition(list, index);
-        return 0;
-    }
-    outcome = dk_dfReadForms(definition, dictionary, line, name);
-    if (outcome == DK_DF_READ_OK)
-        outcome = dk_dfReadBlocks(definition, dictionary, line, name);
-    if (outcome == DK_DF_INTERN_FAILED)
-        return 0;
-    if (outcome == DK_DF_REMOVE || !dk_dfComplete(definition)) {
-        dk_dfDestroyDefinition(list, index);
-        return 0;
-    }
-    return 1;
+    return navo::definitions::load(*list, *dictionary, text) ? 1 : 0;
 }
 
 }  // extern "C"

@@ -25,7 +25,7 @@ void dk_SetLoadObserver(const dk_LoadObserver *observer)
 
 void dk_LoadRaise(int32_t code)
 {
-    dk_SetErrorCode(code);
+    navo::status::set_last_error(code);
     if (loadObserver != NULL && loadObserver->onError != NULL)
         loadObserver->onError(loadObserver->user, code);
     dk_OnNAVOError(code);
@@ -73,15 +73,15 @@ static int32_t dk_SectionHeader(dk_SectionState *s)
     s->tag[0] = (char)c;
     if (!dk_LoadStringbyLen(s->stream, s->tag + 1, (int32_t)sizeof s->tag - 1,
                             (int32_t)(sizeof DK_TAG_DOC_HEADER_OPEN - 2)))
-        return DK_ERR_READ;
+        return navo::status::read_failed;
     if (strcmp(s->tag, DK_TAG_DOC_HEADER_OPEN) != 0)
-        return DK_ERR_TAG;
+        return navo::status::unexpected_tag;
     if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
-        return DK_ERR_READ;
+        return navo::status::read_failed;
     if (strlen(s->text) != DK_DOC_HEADER_LENGTH)
-        return DK_ERR_READ;
+        return navo::status::read_failed;
     dk_fmtCutLines(&s->target.document->header, dk_fmtDocHeaderLines, DK_DOC_HEADER_LINES, s->text);
-    return DK_ERR_NONE;
+    return navo::status::none;
 }
 
 /* Steps 21 to 23: the element's text goes straight into the field cache of the record under the
@@ -113,26 +113,26 @@ static int32_t dk_SectionBlock(dk_SectionState *s)
     memcpy(s->block, s->tag + 1, length);
     s->block[length] = '\0';
     if (!dk_LoadStringtoTerminator(s->stream, &s->text, s->block))
-        return DK_ERR_READ;
+        return navo::status::read_failed;
     /* The store's lookup refuses a tag the dictionary lacks and one that is no block of this form. */
     if (!dk_StoreFindBlock(s->ctx, s->block, t))
-        return DK_ERR_BLOCK;
+        return navo::status::unexpected_block;
     if (strlen(s->text) != (size_t)t->block->recordLength)
-        return DK_ERR_BLOCK_SIZE;
+        return navo::status::bad_block_size;
     if (s->lastPosition == -1) {
         if (t->position != 0)
-            return DK_ERR_BLOCK;
+            return navo::status::unexpected_block;
     } else {
         int32_t step = t->position - s->lastPosition;
         if (!(step == 1 || (t->repeating && step == 0)))
-            return DK_ERR_BLOCK;
+            return navo::status::unexpected_block;
     }
     s->lastPosition = t->position;
     if (t->repeating) {
         if (!s->repeatSeen)
             s->repeatSeen = 1;
         else if (!dk_AddBlock(s->ctx, s->form, s->docIndex, s->block, &s->recordIndex))
-            return DK_ERR_BLOCK_SIZE;
+            return navo::status::bad_block_size;
     }
     dk_SectionFillRecord(t->store, t->block, s->text);
     if (t->repeating) {
@@ -140,7 +140,7 @@ static int32_t dk_SectionBlock(dk_SectionState *s)
             loadObserver->onBlock(loadObserver->user, s->form, s->docIndex, s->block, s->recordIndex);
         dk_OnNAVOBlock(s->ctx, s->form, s->docIndex, s->block, s->recordIndex);
     }
-    return DK_ERR_NONE;
+    return navo::status::none;
 }
 
 /* Step 29: a <BLAD> note of the document. */
@@ -149,12 +149,12 @@ static int32_t dk_SectionErrorNote(dk_SectionState *s)
     dk_DocFooter *footer = &s->target.document->footer;
     dk_ErrorNote *note;
     if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
-        return DK_ERR_READ;
+        return navo::status::read_failed;
     note = navo::memory::append_zeroed(footer->errorNotes, footer->errorCount);
     if (note == NULL)
-        return DK_ERR_MEMORY;
+        return navo::status::out_of_memory;
     dk_fmtCutLines(note, dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES, s->text);
-    return DK_ERR_NONE;
+    return navo::status::none;
 }
 
 /* Step 30: an <OCR.x> note of the document; the kind comes from the tag. */
@@ -163,31 +163,31 @@ static int32_t dk_SectionOcrNote(dk_SectionState *s)
     dk_DocFooter *footer = &s->target.document->footer;
     dk_OcrNote *note;
     if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
-        return DK_ERR_READ;
+        return navo::status::read_failed;
     note = navo::memory::append_zeroed(footer->ocrNotes, footer->ocrCount);
     if (note == NULL)
-        return DK_ERR_MEMORY;
+        return navo::status::out_of_memory;
     note->kind = dk_fmtOcrKindOfTag(s->tag + sizeof DK_TAG_OCR_OPEN_PREFIX - 1);
     dk_fmtCutLines(note, dk_fmtOcrNoteLines, DK_OCR_NOTE_LINES, s->text);
-    return DK_ERR_NONE;
+    return navo::status::none;
 }
 
 /* Steps 26 to 31: the footer's opening tag, then notes until "</stopka.DP>". */
 static int32_t dk_SectionFooter(dk_SectionState *s)
 {
     if (!dk_LoadStringforTag(s->stream, s->tag, (int32_t)sizeof s->tag))
-        return DK_ERR_TAG;
+        return navo::status::unexpected_tag;
     for (;;) {
-        int32_t code = DK_ERR_NONE;
+        int32_t code = navo::status::none;
         if (!dk_LoadStringforTag(s->stream, s->tag, (int32_t)sizeof s->tag))
-            return DK_ERR_TAG;
+            return navo::status::unexpected_tag;
         if (strncmp(s->tag, DK_TAG_DOC_FOOTER_CLOSE, sizeof s->tag) == 0)
-            return DK_ERR_NONE;
+            return navo::status::none;
         if (strncmp(s->tag, DK_TAG_ERROR_OPEN, sizeof s->tag) == 0)
             code = dk_SectionErrorNote(s);
         else if (strncmp(s->tag, DK_TAG_OCR_OPEN_PREFIX, sizeof DK_TAG_OCR_OPEN_PREFIX - 1) == 0)
             code = dk_SectionOcrNote(s);
-        if (code != DK_ERR_NONE)
+        if (code != navo::status::none)
             return code;
     }
 }
@@ -212,14 +212,14 @@ int32_t dk_LoadDocument(dk_Context *ctx, FILE *stream, const char *section)
         s.form[length] = '\0';
     }
     if (length > DK_FORM_NAME_MAX || !dk_AddDocument(ctx, s.form, &s.docIndex)) {
-        dk_LoadRaise(DK_ERR_ADD_DOCUMENT);
+        dk_LoadRaise(navo::status::add_document_failed);
         return 0;
     }
     dk_StoreFindForm(ctx, s.form, &s.target);
     dk_StoreFindDocument(&s.target, s.docIndex);
 
     code = dk_SectionHeader(&s);
-    if (code != DK_ERR_NONE)
+    if (code != navo::status::none)
         return dk_SectionFail(&s, code);
 
     /* Steps 10 to 25: the body. */
@@ -227,11 +227,11 @@ int32_t dk_LoadDocument(dk_Context *ctx, FILE *stream, const char *section)
     strcat(s.closing, s.form);
     strcat(s.closing, DK_TAG_END);
     if (!dk_LoadStringforTag(stream, s.tag, (int32_t)sizeof s.tag))
-        return dk_SectionFail(&s, DK_ERR_TAG);
+        return dk_SectionFail(&s, navo::status::unexpected_tag);
     s.lastPosition = -1;
     for (;;) {
         if (!dk_LoadStringforTag(stream, s.tag, (int32_t)sizeof s.tag))
-            return dk_SectionFail(&s, DK_ERR_TAG);
+            return dk_SectionFail(&s, navo::status::unexpected_tag);
         if (strncmp(s.tag, s.closing, sizeof s.tag) == 0)
             break;
         code = dk_SectionBlock(&s);
@@ -240,12 +240,12 @@ int32_t dk_LoadDocument(dk_Context *ctx, FILE *stream, const char *section)
             dk_RemoveDocument(ctx, s.form, s.docIndex);
             return 0;
         }
-        if (code != DK_ERR_NONE)
+        if (code != navo::status::none)
             return dk_SectionFail(&s, code);
     }
 
     code = dk_SectionFooter(&s);
-    if (code != DK_ERR_NONE)
+    if (code != navo::status::none)
         return dk_SectionFail(&s, code);
 
     /* Steps 32 to 36. */
@@ -253,7 +253,7 @@ int32_t dk_LoadDocument(dk_Context *ctx, FILE *stream, const char *section)
     strcat(s.closing, s.form);
     strcat(s.closing, DK_SECTION_SUFFIX);
     if (!dk_LoadStringforTag(stream, s.tag, (int32_t)sizeof s.tag) || strncmp(s.tag, s.closing, sizeof s.tag) != 0)
-        return dk_SectionFail(&s, DK_ERR_TAG);
+        return dk_SectionFail(&s, navo::status::unexpected_tag);
     verdict = dk_OnNAVODocument(ctx, s.form, s.docIndex);
     if (verdict == 0)
         dk_RemoveDocument(ctx, s.form, s.docIndex);

@@ -89,16 +89,16 @@ static int32_t dk_LoadFooter(dk_LoadState *s)
     for (;;) {
         dk_ErrorNote *note;
         if (!dk_LoadStringforTag(s->stream, s->line, (int32_t)sizeof s->line))
-            return dk_LoadFail(s, DK_ERR_TAG);
+            return dk_LoadFail(s, navo::status::unexpected_tag);
         if (strncmp(s->line, DK_TAG_FILE_FOOTER_CLOSE, sizeof s->line) == 0)
             return dk_LoadEnd(s, 1);
         if (strncmp(s->line, DK_TAG_ERROR_OPEN, sizeof s->line) != 0)
-            return dk_LoadFail(s, DK_ERR_TAG);
+            return dk_LoadFail(s, navo::status::unexpected_tag);
         if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
-            return dk_LoadFail(s, DK_ERR_READ);
+            return dk_LoadFail(s, navo::status::read_failed);
         note = navo::memory::append_zeroed(footer->notes, footer->noteCount);
         if (note == NULL)
-            return dk_LoadFail(s, DK_ERR_MEMORY);
+            return dk_LoadFail(s, navo::status::out_of_memory);
         dk_fmtCutLines(note, dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES, s->text);
     }
 }
@@ -108,19 +108,19 @@ static int32_t dk_LoadSections(dk_LoadState *s)
 {
     for (;;) {
         if (!dk_LoadNextSection(s->stream, s->line, (int32_t)sizeof s->line))
-            return dk_LoadFail(s, DK_ERR_TAG);
+            return dk_LoadFail(s, navo::status::unexpected_tag);
         if (strstr(s->line, DK_SECTION_SUFFIX) != NULL) {
             int32_t result = dk_LoadDocument(s->ctx, s->stream, s->line);
             if (result == 1)
                 continue;
             if (result == 2) {
-                dk_LoadRaise(DK_ERR_CANCELLED);
+                dk_LoadRaise(navo::status::cancelled);
                 return dk_LoadEnd(s, 2);
             }
-            return dk_LoadFail(s, DK_ERR_DOCUMENT);
+            return dk_LoadFail(s, navo::status::bad_document);
         }
         if (strcmp(s->line, DK_TAG_FILE_FOOTER_OPEN) != 0)
-            return dk_LoadFail(s, DK_ERR_TAG);
+            return dk_LoadFail(s, navo::status::unexpected_tag);
         return dk_LoadFooter(s);
     }
 }
@@ -139,11 +139,11 @@ NAVO_API int32_t NAVO_CALL dk_LoadNAVO(dk_Context *ctx, const char *path) noexce
     prolog = &ctx->prolog;
 
     /* Steps 1 to 4. */
-    dk_SetErrorCode(DK_ERR_NONE);
+    navo::status::set_last_error(navo::status::none);
     i_lNumerLinii = 1;
-    s.stream = dk_textOpen(path, "rt");
+    s.stream = navo::platform::open_text_stream(path, "rt").release();
     if (s.stream == NULL) {
-        dk_SetErrorCode(DK_ERR_OPEN);
+        navo::status::set_last_error(navo::status::open_failed);
         return 0;
     }
     i_lLinii = 0;
@@ -156,42 +156,42 @@ NAVO_API int32_t NAVO_CALL dk_LoadNAVO(dk_Context *ctx, const char *path) noexce
 
     /* Steps 8 to 11: the first two prolog lines by fixed lengths. */
     if (!dk_LoadStringbyLen(s.stream, s.line, (int32_t)sizeof s.line, DK_PROLOG_READ_DOCTYPE))
-        return dk_LoadFail(&s, DK_ERR_READ);
+        return dk_LoadFail(&s, navo::status::read_failed);
     if (memcmp(s.line, DK_DOCTYPE_HEAD, DK_DOCTYPE_HEAD_LENGTH) != 0)
-        return dk_LoadFail(&s, DK_ERR_NOT_NAVO);
+        return dk_LoadFail(&s, navo::status::not_navo);
     memset(prolog->doctypeLine, 0, sizeof prolog->doctypeLine);
     memcpy(prolog->doctypeLine, s.line, DK_PROLOG_READ_DOCTYPE);
     if (!dk_LoadStringbyLen(s.stream, s.line, (int32_t)sizeof s.line, DK_PROLOG_READ_VERSION))
-        return dk_LoadFail(&s, DK_ERR_READ);
+        return dk_LoadFail(&s, navo::status::read_failed);
     memset(prolog->versionLine, 0, sizeof prolog->versionLine);
     memcpy(prolog->versionLine, s.line, DK_PROLOG_READ_VERSION);
     text = dk_LoadChooseText(prolog->versionLine);
 
     if (!dk_LoadDefinitionAndTables(ctx, text))
-        return dk_LoadFail(&s, DK_ERR_MEMORY);
+        return dk_LoadFail(&s, navo::status::out_of_memory);
 
     /* Steps 14 to 17: the rest of the prolog and "<NAVO>". */
     if (prolog->versionLine[DK_PROLOG_READ_VERSION - 1] != '>' &&
         !dk_LoadSkipThroughGreater(&s, prolog->versionLine, sizeof prolog->versionLine))
-        return dk_LoadFail(&s, DK_ERR_READ);
+        return dk_LoadFail(&s, navo::status::read_failed);
     if (!dk_LoadStringbyLen(s.stream, s.line, (int32_t)sizeof s.line, DK_PROLOG_READ_ENCODING))
-        return dk_LoadFail(&s, DK_ERR_READ);
+        return dk_LoadFail(&s, navo::status::read_failed);
     memset(prolog->encodingLine, 0, sizeof prolog->encodingLine);
     memcpy(prolog->encodingLine, s.line, DK_PROLOG_READ_ENCODING);
     if (prolog->encodingLine[DK_PROLOG_READ_ENCODING - 1] != '>' &&
         !dk_LoadSkipThroughGreater(&s, prolog->encodingLine, sizeof prolog->encodingLine))
-        return dk_LoadFail(&s, DK_ERR_READ);
+        return dk_LoadFail(&s, navo::status::read_failed);
     if (!dk_LoadStringbyLen(s.stream, s.line, (int32_t)sizeof s.line, (int32_t)sizeof DK_TAG_NAVO_OPEN - 1))
-        return dk_LoadFail(&s, DK_ERR_READ);
+        return dk_LoadFail(&s, navo::status::read_failed);
     if (strcmp(s.line, DK_TAG_NAVO_OPEN) != 0)
-        return dk_LoadFail(&s, DK_ERR_TAG);
+        return dk_LoadFail(&s, navo::status::unexpected_tag);
 
     /* Steps 18 to 20: the file header of exactly 139 characters. */
     if (!dk_LoadStringforTag(s.stream, s.line, (int32_t)sizeof s.line) ||
         strncmp(s.line, DK_TAG_FILE_HEADER_OPEN, sizeof s.line) != 0)
-        return dk_LoadFail(&s, DK_ERR_TAG);
+        return dk_LoadFail(&s, navo::status::unexpected_tag);
     if (!dk_LoadStringtoTerminator(s.stream, &s.text, NULL) || strlen(s.text) != DK_FILE_HEADER_LENGTH)
-        return dk_LoadFail(&s, DK_ERR_READ);
+        return dk_LoadFail(&s, navo::status::read_failed);
     memset(&ctx->header, 0, sizeof ctx->header);
     dk_fmtCutLines(&ctx->header, dk_fmtFileHeaderLines, DK_FILE_HEADER_LINES, s.text);
 

@@ -1,5 +1,5 @@
 /* dk_scanner.c - the stream scanner of Part 4.3: the lowest readers of a NAVO file. */
-#include "platform/platform.hpp" /* first: it settles the feature level that DK_GETC needs */
+#include "platform/platform.hpp"
 
 #include "interchange/scanner.hpp"
 
@@ -16,7 +16,7 @@
 static int dk_scanNext(FILE *stream)
 {
     for (;;) {
-        int c = DK_GETC(stream);
+        int c = navo::platform::get_byte(stream);
         if (c == '\n') {
             if (i_lNumerLinii < INT32_MAX)
                 i_lNumerLinii++;

@@ -134,7 +134,7 @@ NAVO_API int32_t NAVO_CALL dk_OpenFileforSave(FILE **out, const char *path) noex
     *out = NULL;
     if (path == NULL)
         return 0;
-    *out = dk_textOpen(path, "wt");
+    *out = navo::platform::open_text_stream(path, "wt").release();
     return *out != NULL;
 }
 

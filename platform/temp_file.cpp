@@ -1,22 +1,26 @@
-/* dk_tempfile.c - temporary spool files on Windows (GetTempFileNameA) and POSIX (O_EXCL creation). */
-#if !defined(_WIN32)
-#  define _POSIX_C_SOURCE 200809L
+// platform/temp_file.cpp - temporary spool files on Windows (GetTempFileNameA) and POSIX (O_EXCL creation).
+#if !defined(_WIN32) && !defined(_GNU_SOURCE) && !defined(_POSIX_C_SOURCE)
+#  define _POSIX_C_SOURCE 200809L  // O_NOFOLLOW, O_CLOEXEC, fdopen, clock_gettime
 #endif
 
 #include "platform/temp_file.hpp"
 
-#include <string.h>
+#include <algorithm>
+#include <cstring>
 
 #if defined(_WIN32)
 
 #include <windows.h>
 #include <aclapi.h>
 
-/* Narrows the new file to the user the process (or the impersonating thread) runs as: one ACE,
-   full access for that user's SID, in a protected DACL, so that nothing is inherited from the
-   temporary directory. Returns 1, or 0 when the DACL could not be set; the caller keeps the file
-   then, with the ACL it inherited (docs/decisions.md, "Windows"). */
-static int dk_tfRestrictToOwner(char *path)
+namespace navo::platform {
+namespace {
+
+// Narrows the new file to the user the process (or the impersonating thread) runs as: one ACE,
+// full access for that user's SID, in a protected DACL, so that nothing is inherited from the
+// temporary directory. Gives false when the DACL could not be set; the caller keeps the file
+// then, with the ACL it inherited (docs/decisions.md, "Windows").
+bool restrict_to_owner(char *path) noexcept
 {
     union {
         TOKEN_USER user;
@@ -26,216 +30,229 @@ static int dk_tfRestrictToOwner(char *path)
         ACL acl;
         unsigned char bytes[sizeof(ACL) + sizeof(ACCESS_ALLOWED_ACE) + SECURITY_MAX_SID_SIZE];
     } dacl;
-    HANDLE token = NULL;
-    DWORD ownerSize = 0;
-    DWORD aclSize;
-    BOOL got;
+    HANDLE token = nullptr;
     if (!OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token) &&
         !OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
-        return 0;
-    got = GetTokenInformation(token, TokenUser, &owner, (DWORD)sizeof owner, &ownerSize);
+        return false;
+    DWORD ownerSize = 0;
+    const BOOL got = GetTokenInformation(token, TokenUser, &owner, static_cast<DWORD>(sizeof owner), &ownerSize);
     CloseHandle(token);
     if (!got || !IsValidSid(owner.user.User.Sid))
-        return 0;
-    aclSize = (DWORD)(sizeof(ACL) + sizeof(ACCESS_ALLOWED_ACE) - sizeof(DWORD)) +
-              GetLengthSid(owner.user.User.Sid);
+        return false;
+    const DWORD aclSize = static_cast<DWORD>(sizeof(ACL) + sizeof(ACCESS_ALLOWED_ACE) - sizeof(DWORD)) +
+                          GetLengthSid(owner.user.User.Sid);
     if (aclSize > sizeof dacl)
-        return 0;
+        return false;
     if (!InitializeAcl(&dacl.acl, aclSize, ACL_REVISION) ||
         !AddAccessAllowedAce(&dacl.acl, ACL_REVISION, FILE_ALL_ACCESS, owner.user.User.Sid))
-        return 0;
+        return false;
     return SetNamedSecurityInfoA(path, SE_FILE_OBJECT,
                                  DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
-                                 NULL, NULL, &dacl.acl, NULL) == ERROR_SUCCESS;
+                                 nullptr, nullptr, &dacl.acl, nullptr) == ERROR_SUCCESS;
 }
 
-int32_t dk_tfCreate(char *out, size_t size)
+}  // namespace
+
+bool create_temp_file(std::span<char> out) noexcept
 {
-    /* Part 3.2: two buffers of 260 bytes (MAX_PATH); GetTempPathA's own maximum is MAX_PATH+1
-       characters with the terminator, which does not fit and is reported as a failure. */
-    char directory[DK_TF_PATH_SIZE];
-    char path[DK_TF_PATH_SIZE];
-    DWORD length;
-    size_t pathLength;
-    if (out == NULL || size == 0)
-        return 0;
+    if (out.empty())
+        return false;
     out[0] = '\0';
-    /* The directory of TMP, else TEMP, else USERPROFILE, else the Windows directory. */
-    length = GetTempPathA((DWORD)sizeof directory, directory);
+    // Two buffers of MAX_PATH bytes; GetTempPathA's own maximum is MAX_PATH+1 characters with the
+    // terminator, which does not fit and is reported as a failure.
+    char directory[temp_path_size];
+    // The directory of TMP, else TEMP, else USERPROFILE, else the Windows directory.
+    const DWORD length = GetTempPathA(static_cast<DWORD>(sizeof directory), directory);
     if (length == 0 || length >= sizeof directory)
-        return 0;
-    /* Unique number 0: the system invents the name and creates the empty file itself (CREATE_NEW,
-       so an existing file is never taken over), then closes it. */
-    if (GetTempFileNameA(directory, DK_TF_PREFIX, 0, path) == 0)
-        return 0;
-    pathLength = strlen(path);
-    if (pathLength >= size) {
+        return false;
+    // Unique number 0: the system invents the name and creates the empty file itself (CREATE_NEW,
+    // so an existing file is never taken over), then closes it.
+    char path[temp_path_size];
+    if (GetTempFileNameA(directory, temp_prefix, 0, path) == 0)
+        return false;
+    const std::size_t pathLength = std::strlen(path);
+    if (pathLength >= out.size()) {
         DeleteFileA(path);
-        return 0;
+        return false;
     }
-    /* Best effort, as the POSIX mode 0600 is on a file system without permissions: where the
-       volume keeps no ACLs (FAT, some network shares) the file stays as the directory made it. */
-    (void)dk_tfRestrictToOwner(path);
-    memcpy(out, path, pathLength + 1);
-    return 1;
+    // Best effort, as the POSIX mode 0600 is on a file system without permissions: where the
+    // volume keeps no ACLs (FAT, some network shares) the file stays as the directory made it.
+    (void)restrict_to_owner(path);
+    std::memcpy(out.data(), path, pathLength + 1);
+    return true;
 }
 
-FILE *dk_tfOpen(const char *path)
+File open_temp_file(const char *path) noexcept
 {
-    return fopen(path, "r+b");
+    return File(std::fopen(path, "r+b"));
 }
 
-int32_t dk_tfRecreate(const char *path)
+bool recreate_temp_file(const char *path) noexcept
 {
-    char copy[DK_TF_PATH_SIZE];
-    size_t length;
-    HANDLE file;
-    if (path == NULL || (length = strlen(path)) >= sizeof copy)
-        return 0;
-    memcpy(copy, path, length + 1);
-    /* CREATE_NEW: never an existing file, like O_EXCL. */
-    file = CreateFileA(copy, GENERIC_READ | GENERIC_WRITE, 0, NULL, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, NULL);
+    char copy[temp_path_size];
+    if (path == nullptr)
+        return false;
+    const std::size_t length = std::strlen(path);
+    if (length >= sizeof copy)
+        return false;
+    std::memcpy(copy, path, length + 1);
+    // CREATE_NEW: never an existing file, like O_EXCL.
+    const HANDLE file =
+        CreateFileA(copy, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE)
-        return 0;
+        return false;
     CloseHandle(file);
-    (void)dk_tfRestrictToOwner(copy);
-    return 1;
+    (void)restrict_to_owner(copy);
+    return true;
 }
+
+}  // namespace navo::platform
 
 #else
 
-#include <errno.h>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <string_view>
+
 #include <fcntl.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/types.h>
-#include <time.h>
 #include <unistd.h>
 
-#ifndef P_tmpdir
-#  define P_tmpdir "/tmp"
-#endif
+namespace navo::platform {
+namespace {
 
-/* Letters of the random suffix and its length: 62^12 names leave a guess no chance. */
-static const char suffixAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-#define DK_TF_SUFFIX_LENGTH 12
-#define DK_TF_ATTEMPTS 100
-#define DK_TF_MODE (S_IRUSR | S_IWUSR)
+// Letters of the random suffix and its length: 62^12 names leave a guess no chance.
+constexpr std::string_view suffix_alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+constexpr std::size_t suffix_length = 12;
+constexpr int attempts = 100;
+constexpr mode_t owner_only = S_IRUSR | S_IWUSR;
 
-static const char *dk_tfDirectory(void)
+// A file descriptor closed when it goes out of scope, unless released to a stream.
+class Descriptor {
+public:
+    explicit Descriptor(int descriptor) noexcept : descriptor_(descriptor) {}
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    ~Descriptor()
+    {
+        if (descriptor_ >= 0)
+            ::close(descriptor_);
+    }
+    [[nodiscard]] bool valid() const noexcept { return descriptor_ >= 0; }
+    [[nodiscard]] int get() const noexcept { return descriptor_; }
+    int release() noexcept
+    {
+        const int descriptor = descriptor_;
+        descriptor_ = -1;
+        return descriptor;
+    }
+
+private:
+    int descriptor_;
+};
+
+std::string_view temp_directory() noexcept
 {
-    const char *directory = getenv("TMPDIR");
-    if (directory == NULL || directory[0] == '\0')
+    const char *directory = std::getenv("TMPDIR");
+#if defined(P_tmpdir)
+    if (directory == nullptr || directory[0] == '\0')
         directory = P_tmpdir;
-    if (directory == NULL || directory[0] == '\0')
+#endif
+    if (directory == nullptr || directory[0] == '\0')
         directory = "/tmp";
     return directory;
 }
 
-/* Random bytes from the kernel; when /dev/urandom is unreadable, a mix of time, address and
-   process id, which O_EXCL still makes safe (only the unpredictability suffers). */
-static void dk_tfRandom(unsigned char *bytes, size_t count)
+// Random bytes from the kernel; when /dev/urandom is unreadable, a mix of time, address and
+// process id, which O_EXCL still makes safe (only the unpredictability suffers).
+void fill_random(std::span<unsigned char> bytes) noexcept
 {
-    static uint64_t fallback;
-    size_t got = 0;
-    int descriptor = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
-    if (descriptor >= 0) {
-        while (got < count) {
-            ssize_t n = read(descriptor, bytes + got, count - got);
+    static std::uint64_t fallback;
+    std::size_t got = 0;
+    {
+        const Descriptor source(::open("/dev/urandom", O_RDONLY | O_CLOEXEC));
+        while (source.valid() && got < bytes.size()) {
+            const ssize_t n = ::read(source.get(), bytes.data() + got, bytes.size() - got);
             if (n <= 0) {
                 if (n < 0 && errno == EINTR)
                     continue;
                 break;
             }
-            got += (size_t)n;
+            got += static_cast<std::size_t>(n);
         }
-        close(descriptor);
     }
-    if (got < count) {
-        struct timespec now;
-        size_t i;
-        clock_gettime(CLOCK_REALTIME, &now);
-        fallback ^= (uint64_t)now.tv_nsec * 0x9E3779B97F4A7C15u ^ (uint64_t)now.tv_sec ^
-                    ((uint64_t)getpid() << 32) ^ (uint64_t)(uintptr_t)bytes;
-        for (i = got; i < count; i++) {
-            /* xorshift64: enough to spread the seed over the remaining bytes */
-            fallback ^= fallback << 13;
-            fallback ^= fallback >> 7;
-            fallback ^= fallback << 17;
-            bytes[i] = (unsigned char)(fallback >> 24);
-        }
+    if (got == bytes.size())
+        return;
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    fallback ^= static_cast<std::uint64_t>(now.tv_nsec) * 0x9E3779B97F4A7C15u ^ static_cast<std::uint64_t>(now.tv_sec) ^
+                (static_cast<std::uint64_t>(getpid()) << 32) ^ reinterpret_cast<std::uintptr_t>(bytes.data());
+    for (unsigned char &byte : bytes.subspan(got)) {
+        // xorshift64: enough to spread the seed over the remaining bytes
+        fallback ^= fallback << 13;
+        fallback ^= fallback >> 7;
+        fallback ^= fallback << 17;
+        byte = static_cast<unsigned char>(fallback >> 24);
     }
 }
 
-int32_t dk_tfCreate(char *out, size_t size)
+}  // namespace
+
+bool create_temp_file(std::span<char> out) noexcept
 {
-    const char *directory;
-    size_t directoryLength;
-    size_t prefixLength = strlen(DK_TF_PREFIX);
-    size_t needed;
-    int attempt;
-    if (out == NULL || size == 0)
-        return 0;
+    if (out.empty())
+        return false;
     out[0] = '\0';
-    directory = dk_tfDirectory();
-    directoryLength = strlen(directory);
-    while (directoryLength > 1 && directory[directoryLength - 1] == '/')
-        directoryLength--;
-    needed = directoryLength + 1 + prefixLength + DK_TF_SUFFIX_LENGTH + 1;
-    if (needed > size)
-        return 0;
-    for (attempt = 0; attempt < DK_TF_ATTEMPTS; attempt++) {
-        unsigned char random[DK_TF_SUFFIX_LENGTH];
-        char *cursor = out;
-        size_t i;
-        int descriptor;
-        memcpy(cursor, directory, directoryLength);
-        cursor += directoryLength;
-        if (directoryLength == 0 || directory[directoryLength - 1] != '/')
+    std::string_view directory = temp_directory();
+    while (directory.size() > 1 && directory.back() == '/')
+        directory.remove_suffix(1);
+    const std::string_view prefix = temp_prefix;
+    if (directory.size() + 1 + prefix.size() + suffix_length + 1 > out.size())
+        return false;
+    for (int attempt = 0; attempt < attempts; attempt++) {
+        char *cursor = std::copy(directory.begin(), directory.end(), out.data());
+        if (directory.empty() || directory.back() != '/')
             *cursor++ = '/';
-        memcpy(cursor, DK_TF_PREFIX, prefixLength);
-        cursor += prefixLength;
-        dk_tfRandom(random, sizeof random);
-        for (i = 0; i < DK_TF_SUFFIX_LENGTH; i++)
-            *cursor++ = suffixAlphabet[random[i] % (sizeof suffixAlphabet - 1)];
+        cursor = std::copy(prefix.begin(), prefix.end(), cursor);
+        unsigned char random[suffix_length];
+        fill_random(random);
+        for (const unsigned char byte : random)
+            *cursor++ = suffix_alphabet[byte % suffix_alphabet.size()];
         *cursor = '\0';
-        /* O_EXCL makes the creation itself the uniqueness test: no race with another process. */
-        descriptor = open(out, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, DK_TF_MODE);
-        if (descriptor >= 0) {
-            close(descriptor);
-            return 1;
-        }
+        // O_EXCL makes the creation itself the uniqueness test: no race with another process.
+        const Descriptor created(::open(out.data(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, owner_only));
+        if (created.valid())
+            return true;
         if (errno != EEXIST)
             break;
     }
     out[0] = '\0';
-    return 0;
+    return false;
 }
 
-FILE *dk_tfOpen(const char *path)
+File open_temp_file(const char *path) noexcept
 {
-    FILE *file;
-    int descriptor = open(path, O_RDWR | O_NOFOLLOW | O_CLOEXEC);
-    if (descriptor < 0)
-        return NULL;
-    file = fdopen(descriptor, "r+b");
-    if (file == NULL)
-        close(descriptor);
+    Descriptor opened(::open(path, O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+    if (!opened.valid())
+        return File();
+    File file(fdopen(opened.get(), "r+b"));
+    if (file)
+        opened.release();
     return file;
 }
 
-int32_t dk_tfRecreate(const char *path)
+bool recreate_temp_file(const char *path) noexcept
 {
-    int descriptor;
-    if (path == NULL)
-        return 0;
-    /* O_EXCL never takes over what stands at the path, and with O_CREAT follows no link. */
-    descriptor = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, DK_TF_MODE);
-    if (descriptor < 0)
-        return 0;
-    close(descriptor);
-    return 1;
+    if (path == nullptr)
+        return false;
+    // O_EXCL never takes over what stands at the path, and with O_CREAT follows no link.
+    const Descriptor created(::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, owner_only));
+    return created.valid();
 }
+
+}  // namespace navo::platform
 
 #endif

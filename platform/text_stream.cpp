@@ -1,27 +1,41 @@
-/* dk_textstream.c - text-mode streams: fopen on Windows, a translating custom FILE* on POSIX. */
+// platform/text_stream.cpp - text-mode streams: fopen on Windows, a translating custom FILE* on POSIX.
 #if !defined(_WIN32) && !defined(_GNU_SOURCE)
-/* fopencookie and getc_unlocked on glibc and musl; harmless where funopen is used. */
-#define _GNU_SOURCE
+#  define _GNU_SOURCE  // fopencookie and getc_unlocked on glibc and musl; harmless where funopen is used
 #endif
 
 #include "platform/text_stream.hpp"
 
-#include <errno.h>
-#include <string.h>
+#include <cerrno>
+#include <cstring>
+
+namespace navo::platform {
+namespace {
+
+bool is_text_mode(const char *mode) noexcept
+{
+    return mode != nullptr && (std::strcmp(mode, "rt") == 0 || std::strcmp(mode, "wt") == 0);
+}
+
+}  // namespace
+}  // namespace navo::platform
 
 #if defined(_WIN32)
 
-FILE *dk_textOpen(const char *path, const char *mode)
+namespace navo::platform {
+
+File open_text_stream(const char *path, const char *mode) noexcept
 {
-    if (path == NULL || mode == NULL || (strcmp(mode, "rt") != 0 && strcmp(mode, "wt") != 0)) {
+    if (path == nullptr || !is_text_mode(mode)) {
         errno = EINVAL;
-        return NULL;
+        return File();
     }
-    /* The C runtime's own text mode is the behaviour that the POSIX layer below imitates. */
-    return fopen(path, mode);
+    // The C runtime's own text mode is the behaviour that the POSIX layer below imitates.
+    return File(std::fopen(path, mode));
 }
 
-#else /* POSIX */
+}  // namespace navo::platform
+
+#else  // POSIX
 
 #include <sys/types.h>
 
@@ -29,248 +43,255 @@ FILE *dk_textOpen(const char *path, const char *mode)
 
 #if defined(__APPLE__) || defined(__FreeBSD__) || defined(__NetBSD__) || defined(__OpenBSD__) \
     || defined(__DragonFly__)
-#define DK_TEXT_FUNOPEN 1
-#else
-#define DK_TEXT_FOPENCOOKIE 1
+#  define NAVO_TEXT_FUNOPEN 1  // the BSD way to a custom stream; fopencookie elsewhere
 #endif
 
-#define DK_CTRL_Z 0x1A
+namespace navo::platform {
+namespace {
 
-/* The state under one text stream. The stdio buffer of the outer FILE sits on top of this;
-   `raw` is a binary stream on the file itself. */
-typedef struct dk_TextCookie {
-    FILE *raw;
-    int writing;
-    /* A 0x1A was met: the input has ended until the stream goes back to its start. */
-    int ended;
-    /* Characters handed through on the translated side; what ftell reports. */
+constexpr int ctrl_z = 0x1A;
+
+// The state under one text stream. The stdio buffer of the outer FILE sits on top of this;
+// `raw` is a binary stream on the file itself, closed with the outer one.
+struct TextCookie {
+    std::FILE *raw;
+    bool writing;
+    // A 0x1A was met: the input has ended until the stream goes back to its start.
+    bool ended;
+    // Characters handed through on the translated side; what ftell reports.
     long long position;
-} dk_TextCookie;
+};
 
-/* Fills `buffer` with up to `size` translated characters. Returns their number, 0 at the end
-   of the input, -1 on a read error that left nothing to hand out. */
-static long long dk_textRead(dk_TextCookie *cookie, char *buffer, size_t size)
+// Fills `buffer` with up to `size` translated characters. Gives their number, 0 at the end of
+// the input, -1 on a read error that left nothing to hand out.
+long long read_text(TextCookie &cookie, char *buffer, std::size_t size) noexcept
 {
-    FILE *raw = cookie->raw;
-    size_t n = 0;
-    if (cookie->ended)
+    std::FILE *raw = cookie.raw;
+    if (cookie.ended)
         return 0;
-    if (ferror(raw))
+    if (std::ferror(raw))
         return -1;
-    /* Departure (speed only): the raw bytes come in runs by fread and are translated in place
-       (the output never outgrows the input), instead of one getc per byte; the characters handed
-       out, the end at 0x1A and the error reporting are those of the byte-wise loop. */
+    // The raw bytes come in runs by fread and are translated in place (the output never
+    // outgrows the input), for speed: one getc per byte costs a call each. The characters
+    // handed out, the end at 0x1A and the error reporting are those of a byte-wise loop.
+    std::size_t n = 0;
     while (n < size) {
-        size_t want = size - n;
-        size_t got = fread(buffer + n, 1, want, raw);
-        size_t end = n + got;
-        size_t limit;
-        size_t last;
-        size_t i;
-        size_t o = n;
-        const char *stop;
+        const std::size_t want = size - n;
+        const std::size_t got = std::fread(buffer + n, 1, want, raw);
         if (got == 0) {
-            /* An error behind characters already taken is reported by the next call. */
-            if (n == 0 && ferror(raw))
+            // An error behind characters already taken is reported by the next call.
+            if (n == 0 && std::ferror(raw))
                 return -1;
             break;
         }
-        /* Only the bytes before a 0x1A count; after it the input has ended. */
-        stop = static_cast<const char *>(memchr(buffer + n, DK_CTRL_Z, got));
-        limit = stop != NULL ? (size_t)(stop - buffer) : end;
-        /* A CR is dropped exactly when an LF stands right behind it, which is what taking the
-           LF in its place comes to; no byte is looked at twice. Bytes whose follower is in this
-           run are decided here, without a branch per byte. */
-        last = limit == end && limit > n ? limit - 1 : limit;
-        for (i = n; i < last; i++) {
-            char c = buffer[i];
+        const std::size_t end = n + got;
+        // Only the bytes before a 0x1A count; after it the input has ended.
+        const auto *stop = static_cast<const char *>(std::memchr(buffer + n, ctrl_z, got));
+        const std::size_t limit = stop != nullptr ? static_cast<std::size_t>(stop - buffer) : end;
+        // A CR is dropped exactly when an LF stands right behind it, which is what taking the
+        // LF in its place comes to; no byte is looked at twice. Bytes whose follower is in this
+        // run are decided here, without a branch per byte.
+        const std::size_t last = limit == end && limit > n ? limit - 1 : limit;
+        std::size_t o = n;
+        for (std::size_t i = n; i < last; i++) {
+            const char c = buffer[i];
             buffer[o] = c;
-            o += (size_t)!(c == '\r' && buffer[i + 1] == '\n');
+            o += static_cast<std::size_t>(!(c == '\r' && buffer[i + 1] == '\n'));
         }
         if (last < limit) {
             char c = buffer[last];
             if (c == '\r') {
-                /* A CR at the end of the run is decided by the byte really behind it. */
-                int next = getc_unlocked(raw);
+                // A CR at the end of the run is decided by the byte really behind it.
+                const int next = getc_unlocked(raw);
                 if (next == '\n')
                     c = '\n';
                 else if (next != EOF)
-                    ungetc(next, raw);
+                    std::ungetc(next, raw);
             }
             buffer[o++] = c;
         }
-        if (stop != NULL)
-            cookie->ended = 1;
+        if (stop != nullptr)
+            cookie.ended = true;
         n = o;
-        /* A short run means the end of the file or an error, where the byte-wise loop stopped. */
-        if (cookie->ended || got < want)
+        // A short run means the end of the file or an error, where the byte-wise loop stopped.
+        if (cookie.ended || got < want)
             break;
     }
-    cookie->position += (long long)n;
-    return (long long)n;
+    cookie.position += static_cast<long long>(n);
+    return static_cast<long long>(n);
 }
 
-/* Writes `size` characters with each LF as CR LF and pushes them to the file at once, so a
-   failure surfaces in the stdio call that flushed the outer buffer. Returns 1 or 0. */
-static int dk_textWrite(dk_TextCookie *cookie, const char *buffer, size_t size)
+// Writes `size` characters with each LF as CR LF and pushes them to the file at once, so a
+// failure surfaces in the stdio call that flushed the outer buffer.
+bool write_text(TextCookie &cookie, const char *buffer, std::size_t size) noexcept
 {
-    FILE *raw = cookie->raw;
-    size_t start = 0;
-    size_t i;
-    for (i = 0; i < size; i++) {
+    std::FILE *raw = cookie.raw;
+    std::size_t start = 0;
+    for (std::size_t i = 0; i < size; i++) {
         if (buffer[i] != '\n')
             continue;
-        if (fwrite(buffer + start, 1, i - start, raw) != i - start || fwrite("\r\n", 1, 2, raw) != 2)
-            return 0;
+        if (std::fwrite(buffer + start, 1, i - start, raw) != i - start || std::fwrite("\r\n", 1, 2, raw) != 2)
+            return false;
         start = i + 1;
     }
-    if (fwrite(buffer + start, 1, size - start, raw) != size - start)
-        return 0;
-    if (fflush(raw) != 0)
-        return 0;
-    cookie->position += (long long)size;
-    return 1;
+    if (std::fwrite(buffer + start, 1, size - start, raw) != size - start)
+        return false;
+    if (std::fflush(raw) != 0)
+        return false;
+    cookie.position += static_cast<long long>(size);
+    return true;
 }
 
-/* Only the seeks that the library and a text-mode stream can honour: back to the start, and
-   the query of the position (ftell, and the stdio layer's own bookkeeping). */
-static int dk_textSeek(dk_TextCookie *cookie, long long *offset, int whence)
+// Only the seeks that the library and a text-mode stream can honour: back to the start, and
+// the query of the position (ftell, and the stdio layer's own bookkeeping).
+bool seek_text(TextCookie &cookie, long long &offset, int whence) noexcept
 {
-    if (whence == SEEK_CUR && *offset == 0) {
-        *offset = cookie->position;
-        return 0;
+    if (whence == SEEK_CUR && offset == 0) {
+        offset = cookie.position;
+        return true;
     }
-    if (whence == SEEK_SET && *offset == 0) {
-        if (cookie->writing && fflush(cookie->raw) != 0)
-            return -1;
-        if (fseek(cookie->raw, 0, SEEK_SET) != 0)
-            return -1;
-        clearerr(cookie->raw);
-        cookie->ended = 0;
-        cookie->position = 0;
-        return 0;
+    if (whence == SEEK_SET && offset == 0) {
+        if (cookie.writing && std::fflush(cookie.raw) != 0)
+            return false;
+        if (std::fseek(cookie.raw, 0, SEEK_SET) != 0)
+            return false;
+        std::clearerr(cookie.raw);
+        cookie.ended = false;
+        cookie.position = 0;
+        return true;
     }
     errno = EINVAL;
-    return -1;
+    return false;
 }
 
-static int dk_textClose(dk_TextCookie *cookie)
+int close_text(TextCookie *cookie) noexcept
 {
-    int result = fclose(cookie->raw);
-    navo::memory::release(cookie);
+    const int result = std::fclose(cookie->raw);
+    memory::release(cookie);
     return result == 0 ? 0 : -1;
 }
 
-#if defined(DK_TEXT_FOPENCOOKIE)
+TextCookie &cookie_of(void *cookie) noexcept
+{
+    return *static_cast<TextCookie *>(cookie);
+}
+
+#if !defined(NAVO_TEXT_FUNOPEN)
 
 #if defined(__GLIBC__)
-typedef off64_t dk_TextOffset;
+using TextOffset = off64_t;
 #else
-typedef off_t dk_TextOffset;
+using TextOffset = off_t;
 #endif
 
-static ssize_t dk_textCookieRead(void *cookie, char *buffer, size_t size)
+ssize_t cookie_read(void *cookie, char *buffer, std::size_t size) noexcept
 {
-    return (ssize_t)dk_textRead(static_cast<dk_TextCookie *>(cookie), buffer, size);
+    return static_cast<ssize_t>(read_text(cookie_of(cookie), buffer, size));
 }
 
-static ssize_t dk_textCookieWrite(void *cookie, const char *buffer, size_t size)
+ssize_t cookie_write(void *cookie, const char *buffer, std::size_t size) noexcept
 {
-    /* glibc sets the stream's error flag when fewer than `size` bytes are reported. */
-    return dk_textWrite(static_cast<dk_TextCookie *>(cookie), buffer, size) ? (ssize_t)size : 0;
+    // glibc sets the stream's error flag when fewer than `size` bytes are reported.
+    return write_text(cookie_of(cookie), buffer, size) ? static_cast<ssize_t>(size) : 0;
 }
 
-static int dk_textCookieSeek(void *cookie, dk_TextOffset *offset, int whence)
+int cookie_seek(void *cookie, TextOffset *offset, int whence) noexcept
 {
-    long long position = (long long)*offset;
-    if (dk_textSeek(static_cast<dk_TextCookie *>(cookie), &position, whence) != 0)
+    long long position = *offset;
+    if (!seek_text(cookie_of(cookie), position, whence))
         return -1;
-    *offset = (dk_TextOffset)position;
+    *offset = static_cast<TextOffset>(position);
     return 0;
 }
 
-static int dk_textCookieClose(void *cookie)
+int cookie_close(void *cookie) noexcept
 {
-    return dk_textClose(static_cast<dk_TextCookie *>(cookie));
+    return close_text(static_cast<TextCookie *>(cookie));
 }
 
-static FILE *dk_textWrap(dk_TextCookie *cookie)
+std::FILE *wrap(TextCookie *cookie) noexcept
 {
-    cookie_io_functions_t functions;
-    memset(&functions, 0, sizeof functions);
-    functions.read = cookie->writing ? NULL : dk_textCookieRead;
-    functions.write = cookie->writing ? dk_textCookieWrite : NULL;
-    functions.seek = dk_textCookieSeek;
-    functions.close = dk_textCookieClose;
+    cookie_io_functions_t functions{};
+    functions.read = cookie->writing ? nullptr : cookie_read;
+    functions.write = cookie->writing ? cookie_write : nullptr;
+    functions.seek = cookie_seek;
+    functions.close = cookie_close;
     return fopencookie(cookie, cookie->writing ? "w" : "r", functions);
 }
 
-#else /* DK_TEXT_FUNOPEN */
+#else  // NAVO_TEXT_FUNOPEN
 
-static int dk_textFunRead(void *cookie, char *buffer, int size)
+int fun_read(void *cookie, char *buffer, int size) noexcept
 {
-    return (int)dk_textRead(static_cast<dk_TextCookie *>(cookie), buffer, size > 0 ? (size_t)size : 0);
+    return static_cast<int>(read_text(cookie_of(cookie), buffer, size > 0 ? static_cast<std::size_t>(size) : 0));
 }
 
-static int dk_textFunWrite(void *cookie, const char *buffer, int size)
+int fun_write(void *cookie, const char *buffer, int size) noexcept
 {
     if (size <= 0)
         return 0;
-    return dk_textWrite(static_cast<dk_TextCookie *>(cookie), buffer, (size_t)size) ? size : -1;
+    return write_text(cookie_of(cookie), buffer, static_cast<std::size_t>(size)) ? size : -1;
 }
 
-static fpos_t dk_textFunSeek(void *cookie, fpos_t offset, int whence)
+fpos_t fun_seek(void *cookie, fpos_t offset, int whence) noexcept
 {
-    long long position = (long long)offset;
-    if (dk_textSeek(static_cast<dk_TextCookie *>(cookie), &position, whence) != 0)
-        return (fpos_t)-1;
-    return (fpos_t)position;
+    long long position = static_cast<long long>(offset);
+    if (!seek_text(cookie_of(cookie), position, whence))
+        return static_cast<fpos_t>(-1);
+    return static_cast<fpos_t>(position);
 }
 
-static int dk_textFunClose(void *cookie)
+int fun_close(void *cookie) noexcept
 {
-    return dk_textClose(static_cast<dk_TextCookie *>(cookie));
+    return close_text(static_cast<TextCookie *>(cookie));
 }
 
-static FILE *dk_textWrap(dk_TextCookie *cookie)
+std::FILE *wrap(TextCookie *cookie) noexcept
 {
-    return funopen(cookie, cookie->writing ? NULL : dk_textFunRead, cookie->writing ? dk_textFunWrite : NULL,
-                   dk_textFunSeek, dk_textFunClose);
+    return funopen(cookie, cookie->writing ? nullptr : fun_read, cookie->writing ? fun_write : nullptr, fun_seek,
+                   fun_close);
 }
 
 #endif
 
-FILE *dk_textOpen(const char *path, const char *mode)
+}  // namespace
+
+File open_text_stream(const char *path, const char *mode) noexcept
 {
-    dk_TextCookie *cookie;
-    FILE *stream;
-    int writing;
-    if (path == NULL || mode == NULL || (strcmp(mode, "rt") != 0 && strcmp(mode, "wt") != 0)) {
+    if (path == nullptr || !is_text_mode(mode)) {
         errno = EINVAL;
-        return NULL;
+        return File();
     }
-    writing = mode[0] == 'w';
-    cookie = navo::memory::make_zeroed<std::remove_pointer_t<decltype(cookie)>>();
-    if (cookie == NULL) {
+    const bool writing = mode[0] == 'w';
+    memory::Owned<TextCookie> cookie(memory::make_zeroed<TextCookie>());
+    if (!cookie) {
         errno = ENOMEM;
-        return NULL;
+        return File();
     }
     cookie->writing = writing;
-    cookie->raw = fopen(path, writing ? "wb" : "rb");
-    if (cookie->raw == NULL) {
-        int saved = errno;
-        navo::memory::release(cookie);
+    File raw(std::fopen(path, writing ? "wb" : "rb"));
+    // The cleanup of a failure below leaves errno as the failing call set it, for the caller.
+    if (!raw) {
+        const int saved = errno;
+        memory::release(cookie.take());
         errno = saved;
-        return NULL;
+        return File();
     }
-    stream = dk_textWrap(cookie);
-    if (stream == NULL) {
-        int saved = errno;
-        fclose(cookie->raw);
-        navo::memory::release(cookie);
+    cookie->raw = raw.get();
+    File stream(wrap(cookie.get()));
+    if (!stream) {
+        const int saved = errno;
+        raw.reset();
+        memory::release(cookie.take());
         errno = saved;
+        return File();
     }
+    // The outer stream owns both now: its close closes `raw` and releases the cookie.
+    (void)raw.release();
+    cookie.take();
     return stream;
 }
 
-#endif /* POSIX */
+}  // namespace navo::platform
+
+#endif  // POSIX

@@ -68,15 +68,15 @@ static void dk_lfBlockClose(dk_lfBlock *store)
 static FILE *dk_lfOpenSpoolFile(const char *path)
 {
     /* Departure: through the platform, which refuses a link in the file's place (docs/decisions.md). */
-    FILE *file = dk_tfOpen(path);
+    FILE *file = navo::platform::open_temp_file(path).release();
     if (file != NULL)
         return file;
     /* The file has gone missing: make it anew, empty, and open that. Departure: not fopen "w",
        which would give the umask's permissions and follow a link put in its place; the platform
        makes it owner-only and only where nothing stands (docs/decisions.md). */
-    if (!dk_tfRecreate(path))
+    if (!navo::platform::recreate_temp_file(path))
         return NULL;
-    return dk_tfOpen(path);
+    return navo::platform::open_temp_file(path).release();
 }
 
 int32_t dk_lfBlockOpen(dk_Document *document, dk_lfBlock *store)
@@ -127,7 +127,7 @@ int32_t dk_lfBlockCreate(dk_Document *document, const dk_dfBlock *block, int32_t
     dk_lfSpool *spool;
     dk_lfBlock *store;
     size_t size;
-    char path[DK_TF_PATH_SIZE];
+    char path[navo::platform::temp_path_size];
     int32_t i;
     if (document == NULL || block == NULL || block->fieldCount < 0 || block->recordLength < 0 ||
         document->blockCount < 0 || document->blockCount == INT32_MAX)
@@ -173,7 +173,7 @@ int32_t dk_lfBlockCreate(dk_Document *document, const dk_dfBlock *block, int32_t
     if (!repeating)
         return 1;
 
-    if (!dk_tfCreate(path, sizeof path))
+    if (!navo::platform::create_temp_file(path))
         return 0;
     store->path = navo::memory::duplicate(path);
     if (store->path == NULL) {

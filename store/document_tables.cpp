@@ -18,7 +18,7 @@ int32_t dk_StoreFindForm(dk_Context *ctx, const char *form, dk_StoreTarget *targ
     /* Block tags and field names live in the same dictionary; their IDs lie past the forms. */
     if (id < 0 || id >= ctx->formCount)
         return 0;
-    target->definition = dk_dfStoreDefinition(ctx);
+    target->definition = navo::definitions::store_definition(ctx);
     if (target->definition != NULL && id < target->definition->formCount)
         target->form = &target->definition->forms[id];
     target->list = &ctx->documentLists[id];
@@ -72,7 +72,7 @@ int32_t dk_StoreFindBlock(dk_Context *ctx, const char *block, dk_StoreTarget *ta
     if (block == NULL || target->form == NULL || target->document == NULL ||
         (!dk_StoreGuessTag(ctx->dictionary, block, target, &tagId) && !dk_sdGetID(ctx->dictionary, block, &tagId)))
         return 0;
-    position = dk_dfRefPosition(target->definition, target->form, tagId);
+    position = navo::definitions::ref_position(target->definition, target->form, tagId);
     if (position < 0 || position >= target->document->blockCount)
         return 0;
     if (target->document->blocks[0] != NULL)
@@ -80,7 +80,7 @@ int32_t dk_StoreFindBlock(dk_Context *ctx, const char *block, dk_StoreTarget *ta
     ref = &target->form->refs[position];
     target->store = target->document->blocks[position];
     target->block = &target->definition->blocks[ref->blockIndex];
-    target->repeating = ref->occurrence == DK_DF_REPEATING;
+    target->repeating = ref->occurrence == navo::definitions::repeating;
     target->position = position;
     return target->store != NULL;
 }
@@ -103,7 +103,7 @@ int32_t dk_StoreFindField(dk_Context *ctx, const char *field, const dk_StoreTarg
     }
     if (!guessed && !dk_sdGetID(ctx->dictionary, field, &nameId))
         return -1;
-    position = dk_dfFieldPosition(target->block, nameId);
+    position = navo::definitions::field_position(target->block, nameId);
     if (position < 0 || position >= dk_lfBlockFieldCount(target->store))
         return -1;
     dk_lfSpoolOf(target->store)->fieldHint = position;
@@ -156,7 +156,7 @@ extern "C" {
 
 NAVO_API int32_t NAVO_CALL dk_InitDocuments(dk_Context *ctx, int32_t size) noexcept
 {
-    const dk_dfDefinition *definition = dk_dfStoreDefinition(ctx);
+    const dk_dfDefinition *definition = navo::definitions::store_definition(ctx);
     dk_lfBlock **entries;
     dk_lfFilePool *pool;
     /* Eviction takes slot capacity - 1, so a pool needs at least one slot. */
@@ -228,7 +228,7 @@ NAVO_API int32_t NAVO_CALL dk_AddDocument(dk_Context *ctx, const char *form, int
     for (i = 0; i < target.form->refCount; i++) {
         const dk_dfBlockRef *ref = &target.form->refs[i];
         if (!dk_lfBlockCreate(document, &target.definition->blocks[ref->blockIndex],
-                              ref->occurrence == DK_DF_REPEATING)) {
+                              ref->occurrence == navo::definitions::repeating)) {
             dk_RemoveDocumentAt(list, index);
             return 0;
         }

@@ -93,7 +93,7 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVODocument(dk_Context *ctx, const char *form,
         int64_t slot = length;
         char *grown;
         int32_t f;
-        if (ref->occurrence == DK_DF_REPEATING || blockLength == 0)
+        if (ref->occurrence == navo::definitions::repeating || blockLength == 0)
             continue;
         if (target.document->blocks[r] == NULL) {
             navo::memory::release(work);
@@ -178,7 +178,7 @@ NAVO_API int32_t NAVO_CALL dk_SetNAVODocument(dk_Context *ctx, const char *form,
     if (!dk_pkFindForm(ctx, form, &target) || !dk_pkFindDocument(&target, docIndex))
         return 0;
     for (r = 0; r < target.form->refCount; r++) {
-        if (target.form->refs[r].occurrence != DK_DF_REPEATING)
+        if (target.form->refs[r].occurrence != navo::definitions::repeating)
             length += dk_pkBlockLength(&target.definition->blocks[target.form->refs[r].blockIndex]);
     }
     if (length > (int64_t)size)
@@ -187,7 +187,7 @@ NAVO_API int32_t NAVO_CALL dk_SetNAVODocument(dk_Context *ctx, const char *form,
         const dk_dfBlock *block = &target.definition->blocks[target.form->refs[r].blockIndex];
         char *tag;
         int32_t f;
-        if (target.form->refs[r].occurrence == DK_DF_REPEATING || block->fieldCount == 0)
+        if (target.form->refs[r].occurrence == navo::definitions::repeating || block->fieldCount == 0)
             continue;
         tag = dk_pkName(ctx, block->tagId);
         if (tag == NULL)

@@ -140,16 +140,16 @@ TEST(DefinitionLoader, SafeLookupsRefuseNamesTheFormOrBlockDoesNotHave)
     Loaded l;
     ASSERT_EQ(1, l.load(kText));
     const dk_dfDefinition &d = l.def();
-    EXPECT_EQ(0, dk_dfRefPosition(&d, &d.forms[0], l.id("BP")));
-    EXPECT_EQ(1, dk_dfRefPosition(&d, &d.forms[0], l.id("BD")));
-    EXPECT_EQ(-1, dk_dfRefPosition(&d, &d.forms[0], l.id("BT")));       // another form's block
-    EXPECT_EQ(-1, dk_dfRefPosition(&d, &d.forms[0], l.id("Imie")));     // inside the map, not a tag
-    EXPECT_EQ(-1, dk_dfRefPosition(&d, &d.forms[0], 400));              // past the map
-    EXPECT_EQ(-1, dk_dfRefPosition(&d, &d.forms[0], -1));
-    EXPECT_EQ(1, dk_dfFieldPosition(&d.blocks[0], l.id("Imie")));
-    EXPECT_EQ(-1, dk_dfFieldPosition(&d.blocks[0], l.id("Kwota")));     // past this block's map
-    EXPECT_EQ(-1, dk_dfFieldPosition(&d.blocks[1], l.id("Imie")));      // inside the map, other block
-    EXPECT_EQ(-1, dk_dfFieldPosition(&d.blocks[0], -1));
+    EXPECT_EQ(0, navo::definitions::ref_position(&d, &d.forms[0], l.id("BP")));
+    EXPECT_EQ(1, navo::definitions::ref_position(&d, &d.forms[0], l.id("BD")));
+    EXPECT_EQ(-1, navo::definitions::ref_position(&d, &d.forms[0], l.id("BT")));       // another form's block
+    EXPECT_EQ(-1, navo::definitions::ref_position(&d, &d.forms[0], l.id("Imie")));     // inside the map, not a tag
+    EXPECT_EQ(-1, navo::definitions::ref_position(&d, &d.forms[0], 400));              // past the map
+    EXPECT_EQ(-1, navo::definitions::ref_position(&d, &d.forms[0], -1));
+    EXPECT_EQ(1, navo::definitions::field_position(&d.blocks[0], l.id("Imie")));
+    EXPECT_EQ(-1, navo::definitions::field_position(&d.blocks[0], l.id("Kwota")));     // past this block's map
+    EXPECT_EQ(-1, navo::definitions::field_position(&d.blocks[1], l.id("Imie")));      // inside the map, other block
+    EXPECT_EQ(-1, navo::definitions::field_position(&d.blocks[0], -1));
 }
 
 TEST(DefinitionLoader, FormWithoutReferencesHasAOneEntryMap)

@@ -23,7 +23,7 @@ struct Dictionary {
         dk_sdGetID(d, text.c_str(), &out);
         return out;
     }
-    const dk_sdBucket &bucketOf(const std::string &text) const { return d->buckets[dk_sdHash(d, text.c_str())]; }
+    const dk_sdBucket &bucketOf(const std::string &text) const { return d->buckets[navo::dictionary::bucket_index(d, text.c_str())]; }
 };
 
 // Every invariant of the dictionary that a host can observe in the open records.
@@ -46,7 +46,7 @@ void expectSound(const dk_sdDictionary *d)
             ASSERT_GE(id, 0);
             ASSERT_LT(id, d->count);
             ASSERT_NE(nullptr, d->strings[id]) << "bucket holds an ID without a string";
-            EXPECT_EQ(b, dk_sdHash(d, d->strings[id]));
+            EXPECT_EQ(b, navo::dictionary::bucket_index(d, d->strings[id]));
             seen[static_cast<size_t>(id)]++;
             if (k > 0) {
                 EXPECT_LT(dk_sdStrCmp(d->strings[bucket.ids[k - 1]], d->strings[id]), 0) << "bucket not strictly sorted";
@@ -79,8 +79,8 @@ TEST(DictionaryHash, TableOfValuesAndBuckets)
     };
     Dictionary dict;
     for (const HashRow &row : rows) {
-        EXPECT_EQ(row.h, dk_sdHashValue(row.text)) << "text '" << row.text << "'";
-        EXPECT_EQ(row.bucket, dk_sdHash(dict.d, row.text)) << "text '" << row.text << "'";
+        EXPECT_EQ(row.h, navo::dictionary::hash_value(row.text)) << "text '" << row.text << "'";
+        EXPECT_EQ(row.bucket, navo::dictionary::bucket_index(dict.d, row.text)) << "text '" << row.text << "'";
     }
 }
 
@@ -89,15 +89,15 @@ TEST(DictionaryHash, EverySingleHighByteSharesOneBucket)
     Dictionary dict;
     for (int byte = 0x80; byte <= 0xFF; byte++) {
         char text[2] = {static_cast<char>(byte), '\0'};
-        EXPECT_EQ(0xFFFFFFFFu, dk_sdHashValue(text)) << byte;
-        EXPECT_EQ(95u, dk_sdHash(dict.d, text));
+        EXPECT_EQ(0xFFFFFFFFu, navo::dictionary::hash_value(text)) << byte;
+        EXPECT_EQ(95u, navo::dictionary::bucket_index(dict.d, text));
     }
 }
 
 TEST(DictionaryHash, ShiftCountFallsBackAtPositionEight)
 {
     // Position 8 shifts by 0 like position 0: 'A' there XORs 0x41 sign-extended, even position.
-    EXPECT_EQ(dk_sdHashValue("\x01\x01\x01\x01\x01\x01\x01\x01") ^ 0x41u, dk_sdHashValue("\x01\x01\x01\x01\x01\x01\x01\x01" "A"));
+    EXPECT_EQ(navo::dictionary::hash_value("\x01\x01\x01\x01\x01\x01\x01\x01") ^ 0x41u, navo::dictionary::hash_value("\x01\x01\x01\x01\x01\x01\x01\x01" "A"));
 }
 
 TEST(DictionaryCompare, SignedBytesAsciiFoldedTerminatorAsZero)

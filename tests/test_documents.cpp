@@ -445,8 +445,8 @@ TEST(TempFile, CreatesEmptyPrivateUniqueFilesWithThePrefix)
     ScopedTempDir tmp;
     std::set<std::string> paths;
     for (int i = 0; i < 50; i++) {
-        char path[DK_TF_PATH_SIZE];
-        ASSERT_EQ(1, dk_tfCreate(path, sizeof path));
+        char path[navo::platform::temp_path_size];
+        ASSERT_EQ(1, navo::platform::create_temp_file(path));
         std::string name(path);
         EXPECT_EQ(0u, name.rfind(tmp.path() + "/P2_", 0)) << name;
         EXPECT_EQ("", readFile(name));
@@ -464,10 +464,10 @@ TEST(TempFile, RefusesATooSmallBufferAndLeavesNoFile)
 {
     ScopedTempDir tmp;
     char path[8] = "junk";
-    EXPECT_EQ(0, dk_tfCreate(path, sizeof path));
+    EXPECT_EQ(0, navo::platform::create_temp_file(path));
     EXPECT_STREQ("", path);
     EXPECT_TRUE(tmp.entries().empty());
-    EXPECT_EQ(0, dk_tfCreate(nullptr, 10));
+    EXPECT_FALSE(navo::platform::create_temp_file({}));
 }
 
 TEST(TempFile, FailsInADirectoryThatDoesNotExist)
@@ -475,8 +475,8 @@ TEST(TempFile, FailsInADirectoryThatDoesNotExist)
     ScopedTempDir tmp;
     std::string missing = tmp.path() + "/missing";
     setenv("TMPDIR", missing.c_str(), 1);
-    char path[DK_TF_PATH_SIZE];
-    EXPECT_EQ(0, dk_tfCreate(path, sizeof path));
+    char path[navo::platform::temp_path_size];
+    EXPECT_EQ(0, navo::platform::create_temp_file(path));
     EXPECT_STREQ("", path);
     setenv("TMPDIR", tmp.path().c_str(), 1);
     EXPECT_TRUE(tmp.entries().empty());
@@ -486,8 +486,8 @@ TEST(TempFile, WithoutTmpdirUsesTheSystemDirectory)
 {
     ScopedTempDir tmp;  // restores TMPDIR afterwards
     unsetenv("TMPDIR");
-    char path[DK_TF_PATH_SIZE];
-    ASSERT_EQ(1, dk_tfCreate(path, sizeof path));
+    char path[navo::platform::temp_path_size];
+    ASSERT_EQ(1, navo::platform::create_temp_file(path));
     std::string name(path);
     std::string system = P_tmpdir;
     while (system.size() > 1 && system.back() == '/')

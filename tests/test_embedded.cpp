@@ -201,7 +201,7 @@ class Loaded {
 public:
     Loaded()
     {
-        EXPECT_EQ(1, dk_sdInit(&dictionary, DK_SD_CONTEXT_BUCKETS));
+        EXPECT_EQ(1, dk_sdInit(&dictionary, navo::dictionary::context_buckets));
         EXPECT_EQ(1, dk_dfInit(&list));
     }
     ~Loaded()

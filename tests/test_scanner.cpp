@@ -49,7 +49,7 @@ protected:
     {
         std::string path = newPath();
         writeFile(path, bytes);
-        FILE *stream = dk_textOpen(path.c_str(), "rt");
+        FILE *stream = navo::platform::open_text_stream(path.c_str(), "rt").release();
         EXPECT_NE(stream, nullptr);
         streams.push_back(stream);
         return stream;

@@ -68,7 +68,7 @@ protected:
     void TearDown() override
     {
         dk_UstawCallBack(nullptr);
-        dk_SetErrorCode(0);
+        navo::status::set_last_error(0);
     }
 };
 
@@ -76,18 +76,18 @@ protected:
 
 TEST_F(Status, CatalogueHasElevenRowsWithExactCp1250Bytes)
 {
-    for (int i = 0; i < DK_ERROR_CATALOGUE_ROWS; i++) {
-        EXPECT_EQ(dk_ErrorCatalogue[i].code, i);
-        EXPECT_STREQ(dk_ErrorCatalogue[i].message, kMessages[i]) << "code " << i;
-        EXPECT_EQ(std::strlen(dk_ErrorCatalogue[i].message), kLengths[i]) << "code " << i;
+    for (int i = 0; i < static_cast<int>(navo::status::catalogue.size()); i++) {
+        EXPECT_EQ(navo::status::catalogue[i].code, i);
+        EXPECT_EQ(navo::status::catalogue[i].text, kMessages[i]) << "code " << i;
+        EXPECT_EQ(navo::status::catalogue[i].text.size(), kLengths[i]) << "code " << i;
     }
 }
 
 TEST_F(Status, LongestMessageHas65Characters)
 {
     size_t longest = 0;
-    for (int i = 0; i < DK_ERROR_CATALOGUE_ROWS; i++)
-        longest = std::max(longest, std::strlen(dk_ErrorCatalogue[i].message));
+    for (const navo::status::Message &row : navo::status::catalogue)
+        longest = std::max(longest, row.text.size());
     EXPECT_EQ(longest, 65u);
 }
 
@@ -176,27 +176,27 @@ TEST_F(Status, LastMessageFollowsTheCodeTheLoadersSet)
 {
     char out[200];
     for (int32_t code = 0; code <= 10; code++) {
-        dk_SetErrorCode(code);
+        navo::status::set_last_error(code);
         EXPECT_EQ(dk_GetNAVOError(), code);
-        EXPECT_EQ(dk_GetErrorCode(), code);
+        EXPECT_EQ(navo::status::last_error(), code);
         EXPECT_EQ(dk_GetLastNAVOErrorMessage(out, 200), 1);
         EXPECT_STREQ(out, kMessages[code]);
     }
-    dk_SetErrorCode(10);
+    navo::status::set_last_error(10);
     EXPECT_EQ(dk_GetLastNAVOErrorMessage(out, 200), 1);
     EXPECT_STREQ(out, "Anulowano");
     EXPECT_EQ(dk_GetLastNAVOErrorMessage(out, 5), 1);
     EXPECT_STREQ(out, "Anul");
-    dk_SetErrorCode(42);
+    navo::status::set_last_error(42);
     EXPECT_EQ(dk_GetLastNAVOErrorMessage(out, 200), 0);
     EXPECT_STREQ(out, "");
 }
 
 TEST_F(Status, RaiseErrorSetsTheCodeAndAnswersLikeTheHook)
 {
-    EXPECT_EQ(dk_RaiseError(4), 0);
+    EXPECT_EQ(navo::status::raise(4), 0);
     EXPECT_EQ(dk_GetNAVOError(), 4);
-    EXPECT_EQ(dk_RaiseError(0), 1);
+    EXPECT_EQ(navo::status::raise(0), 1);
     EXPECT_EQ(dk_GetNAVOError(), 0);
 }
 
@@ -221,7 +221,7 @@ TEST_F(Status, OnNAVOErrorIsOneOnlyForZero)
 
 TEST_F(Status, OnNAVOErrorChangesNoState)
 {
-    dk_SetErrorCode(3);
+    navo::status::set_last_error(3);
     i_lNumerLinii = 7;
     dk_OnNAVOError(5);
     dk_OnNAVOError(0);
@@ -231,7 +231,7 @@ TEST_F(Status, OnNAVOErrorChangesNoState)
 
 TEST_F(Status, OnNAVOBlockDoesNothing)
 {
-    dk_SetErrorCode(6);
+    navo::status::set_last_error(6);
     i_lNumerLinii = 9;
     dk_OnNAVOBlock(nullptr, "TOBZUA", 0, "IORB", 3);
     EXPECT_EQ(dk_GetNAVOError(), 6);

@@ -55,7 +55,7 @@ protected:
     FILE *openWith(const std::string &bytes)
     {
         writeFile(path(), bytes);
-        FILE *stream = dk_textOpen(path().c_str(), "rt");
+        FILE *stream = navo::platform::open_text_stream(path().c_str(), "rt").release();
         EXPECT_NE(stream, nullptr);
         return stream;
     }
@@ -383,7 +383,7 @@ TEST_F(TextStream, OtherSeeksAreRefused)
 TEST_F(TextStream, ReadErrorSetsErrorFlag)
 {
     // A directory opens for reading on POSIX, and every read of it fails.
-    FILE *stream = dk_textOpen(dir.path().c_str(), "rt");
+    FILE *stream = navo::platform::open_text_stream(dir.path().c_str(), "rt").release();
     if (stream == nullptr)
         GTEST_SKIP() << "this system refuses to open a directory";
     EXPECT_EQ(getc(stream), EOF);
@@ -394,7 +394,7 @@ TEST_F(TextStream, ReadErrorSetsErrorFlag)
 
 TEST_F(TextStream, WritingTurnsLfIntoCrLf)
 {
-    FILE *stream = dk_textOpen(path().c_str(), "wt");
+    FILE *stream = navo::platform::open_text_stream(path().c_str(), "wt").release();
     ASSERT_NE(stream, nullptr);
     EXPECT_GE(fputs("a\nbc\n\n", stream), 0);
     EXPECT_EQ(fputc('\n', stream), '\n');
@@ -406,7 +406,7 @@ TEST_F(TextStream, WritingTurnsLfIntoCrLf)
 TEST_F(TextStream, WritingTruncatesAnExistingFile)
 {
     writeFile(path(), "old content that is long");
-    FILE *stream = dk_textOpen(path().c_str(), "wt");
+    FILE *stream = navo::platform::open_text_stream(path().c_str(), "wt").release();
     ASSERT_NE(stream, nullptr);
     EXPECT_GE(fputs("new\n", stream), 0);
     EXPECT_EQ(fclose(stream), 0);
@@ -421,7 +421,7 @@ TEST_F(TextStream, LongWriteRoundTrips)
         text += std::string(random() % 120, static_cast<char>('A' + random() % 26));
         text += '\n';
     }
-    FILE *stream = dk_textOpen(path().c_str(), "wt");
+    FILE *stream = navo::platform::open_text_stream(path().c_str(), "wt").release();
     ASSERT_NE(stream, nullptr);
     // Mixed granularity: single characters and large blocks.
     size_t i = 0;
@@ -433,7 +433,7 @@ TEST_F(TextStream, LongWriteRoundTrips)
     EXPECT_EQ(fclose(stream), 0);
     EXPECT_EQ(readFile(path()), crlfOf(text));
 
-    stream = dk_textOpen(path().c_str(), "rt");
+    stream = navo::platform::open_text_stream(path().c_str(), "rt").release();
     ASSERT_NE(stream, nullptr);
     EXPECT_EQ(readByGetc(stream), text);
     fclose(stream);
@@ -472,7 +472,7 @@ TEST_F(TextStream, WriteFailureOnDevFullIsReported)
 
     // A short write stays in the buffer and the flush reports the failure; the close after it
     // has nothing left to write (a plain stream does the same).
-    FILE *stream = dk_textOpen("/dev/full", "wt");
+    FILE *stream = navo::platform::open_text_stream("/dev/full", "wt").release();
     ASSERT_NE(stream, nullptr);
     FullResults text = writeToFull(stream, "line\n", true);
     EXPECT_EQ(text.first, 0);
@@ -483,7 +483,7 @@ TEST_F(TextStream, WriteFailureOnDevFullIsReported)
     EXPECT_EQ(text.close, plain.close);
 
     // Without a flush, fclose reports it.
-    stream = dk_textOpen("/dev/full", "wt");
+    stream = navo::platform::open_text_stream("/dev/full", "wt").release();
     ASSERT_NE(stream, nullptr);
     text = writeToFull(stream, "line\n", false);
     EXPECT_EQ(text.first, 0);
@@ -492,7 +492,7 @@ TEST_F(TextStream, WriteFailureOnDevFullIsReported)
     EXPECT_EQ(plain.close, EOF);
 
     // A write larger than the buffer fails in fputs itself.
-    stream = dk_textOpen("/dev/full", "wt");
+    stream = navo::platform::open_text_stream("/dev/full", "wt").release();
     ASSERT_NE(stream, nullptr);
     text = writeToFull(stream, big, false);
     EXPECT_EQ(text.first, EOF);
@@ -504,7 +504,7 @@ TEST_F(TextStream, WriteFailureOnDevFullIsReported)
     // The writer's pattern: many small writes, each tested; one of them or the close fails.
     // It fails at the same write as a plain stream does.
     int failedAt[2] = {-1, -1};
-    FILE *streams[2] = {dk_textOpen("/dev/full", "wt"), std::fopen("/dev/full", "w")};
+    FILE *streams[2] = {navo::platform::open_text_stream("/dev/full", "wt").release(), std::fopen("/dev/full", "w")};
     for (int k = 0; k < 2; k++) {
         ASSERT_NE(streams[k], nullptr);
         for (int i = 0; i < 10000 && failedAt[k] < 0; i++)
@@ -520,16 +520,16 @@ TEST_F(TextStream, WriteFailureOnDevFullIsReported)
 TEST_F(TextStream, BadModeAndMissingFileAreRefused)
 {
     errno = 0;
-    EXPECT_EQ(dk_textOpen(path().c_str(), "r"), nullptr);
+    EXPECT_EQ(navo::platform::open_text_stream(path().c_str(), "r"), nullptr);
     EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(dk_textOpen(path().c_str(), "rb"), nullptr);
-    EXPECT_EQ(dk_textOpen(path().c_str(), "at"), nullptr);
-    EXPECT_EQ(dk_textOpen(nullptr, "rt"), nullptr);
-    EXPECT_EQ(dk_textOpen(path().c_str(), nullptr), nullptr);
+    EXPECT_EQ(navo::platform::open_text_stream(path().c_str(), "rb"), nullptr);
+    EXPECT_EQ(navo::platform::open_text_stream(path().c_str(), "at"), nullptr);
+    EXPECT_EQ(navo::platform::open_text_stream(nullptr, "rt"), nullptr);
+    EXPECT_EQ(navo::platform::open_text_stream(path().c_str(), nullptr), nullptr);
     errno = 0;
-    EXPECT_EQ(dk_textOpen((dir.path() + "/missing").c_str(), "rt"), nullptr);
+    EXPECT_EQ(navo::platform::open_text_stream((dir.path() + "/missing").c_str(), "rt"), nullptr);
     EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(dk_textOpen((dir.path() + "/no/such/dir").c_str(), "wt"), nullptr);
+    EXPECT_EQ(navo::platform::open_text_stream((dir.path() + "/no/such/dir").c_str(), "wt"), nullptr);
 }
 
 TEST_F(TextStream, FailedAllocationFailsTheOpenAndLeaksNothing)
@@ -539,10 +539,10 @@ TEST_F(TextStream, FailedAllocationFailsTheOpenAndLeaksNothing)
     {
         FailureInjection injection;
         injection.failNth(1);
-        EXPECT_EQ(dk_textOpen(path().c_str(), "rt"), nullptr);
+        EXPECT_EQ(navo::platform::open_text_stream(path().c_str(), "rt"), nullptr);
     }
     EXPECT_EQ(navo::memory::live_blocks(), before);
-    FILE *stream = dk_textOpen(path().c_str(), "rt");
+    FILE *stream = navo::platform::open_text_stream(path().c_str(), "rt").release();
     ASSERT_NE(stream, nullptr);
     EXPECT_EQ(navo::memory::live_blocks(), before + 1);
     fclose(stream);
