@@ -3,24 +3,7 @@
 
 #include "core/allocator.hpp"
 #include "core/dictionary.hpp"
-
-void dk_ContextReleasePool(dk_Context *ctx)
-{
-    dk_lfFilePool *pool = ctx->filePool;
-    int32_t i;
-    if (pool == NULL)
-        return;
-    for (i = 0; i < pool->count; i++) {
-        dk_lfBlock *store = pool->blocks[i];
-        if (store != NULL && store->file != NULL) {
-            fclose(store->file);
-            store->file = NULL;
-        }
-    }
-    navo::memory::release(pool->blocks);
-    navo::memory::release(pool);
-    ctx->filePool = NULL;
-}
+#include "store/document_tables.hpp"
 
 extern "C" {
 
@@ -53,7 +36,7 @@ NAVO_API int32_t NAVO_CALL dk_Destroy(dk_Context **pointer) noexcept
     navo::memory::release(ctx->footer.notes);
     ctx->footer.notes = NULL;
     ctx->footer.noteCount = 0;
-    dk_ContextReleasePool(ctx);
+    navo::store::release_file_pool(*ctx);
     dk_dfDestroy(&ctx->definitions);
     dk_sdDestroy(&ctx->dictionary);
     navo::memory::release(ctx);

@@ -4,7 +4,4 @@
 
 #include "navo.h"
 
-/* Releases the file pool: closes every stream still held in it, then its slots and the record. */
-void dk_ContextReleasePool(dk_Context *ctx);
-
 #endif /* DK_CONTEXT_H */

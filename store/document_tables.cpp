@@ -4,7 +4,6 @@
 #include <string.h>
 
 #include "core/allocator.hpp"
-#include "core/context.hpp"
 #include "definitions/definition_loader.hpp"
 #include "store/block_spool.hpp"
 
@@ -110,6 +109,24 @@ int32_t dk_StoreFindField(dk_Context *ctx, const char *field, const dk_StoreTarg
     return position;
 }
 
+void navo::store::release_file_pool(dk_Context &ctx) noexcept
+{
+    dk_lfFilePool *pool = ctx.filePool;
+    int32_t i;
+    if (pool == NULL)
+        return;
+    for (i = 0; i < pool->count; i++) {
+        dk_lfBlock *store = pool->blocks[i];
+        if (store != NULL && store->file != NULL) {
+            fclose(store->file);
+            store->file = NULL;
+        }
+    }
+    navo::memory::release(pool->blocks);
+    navo::memory::release(pool);
+    ctx.filePool = NULL;
+}
+
 static int dk_TablesHoldDocuments(const dk_Context *ctx)
 {
     int32_t i;
@@ -168,7 +185,7 @@ NAVO_API int32_t NAVO_CALL dk_InitDocuments(dk_Context *ctx, int32_t size) noexc
         navo::memory::release(ctx->documentLists);
         ctx->documentLists = NULL;
         ctx->formCount = 0;
-        dk_ContextReleasePool(ctx);
+        navo::store::release_file_pool(*ctx);
     }
     entries = navo::memory::make_zeroed<dk_lfBlock *>(static_cast<size_t>(size));
     if (entries == NULL)

@@ -31,4 +31,12 @@ int32_t dk_StoreFindBlock(dk_Context *ctx, const char *block, dk_StoreTarget *ta
 /* The slot index of field `field` in the block found, or -1 for a name the block does not have. */
 int32_t dk_StoreFindField(dk_Context *ctx, const char *field, const dk_StoreTarget *target);
 
+namespace navo::store {
+
+/* Releases the file pool of `ctx`: closes every stream still held in it, then its slots and the
+   record. The store owns the pool, so the context's teardown calls this. */
+void release_file_pool(dk_Context &ctx) noexcept;
+
+}  // namespace navo::store
+
 #endif /* DK_DOCUMENTS_H */
