@@ -44,7 +44,7 @@ typedef struct dk_SectionState {
     int32_t lastPosition;
     int repeatSeen;
     int32_t recordIndex;
-    dk_StoreTarget target;  /* the form and the new document; per element, its block */
+    navo::store::Target target;  /* the form and the new document; per element, its block */
 } dk_SectionState;
 
 /* The failure step of the Part: release the text, set the code, tell the hook, drop the document. */
@@ -106,7 +106,7 @@ static int32_t dk_SectionBlock(dk_SectionState *s)
 {
     const char *end = static_cast<const char *>(memchr(s->tag, '>', sizeof s->tag));
     size_t length;
-    dk_StoreTarget *t = &s->target;
+    navo::store::Target *t = &s->target;
     if (end == NULL)
         return -1;
     length = (size_t)(end - (s->tag + 1));
@@ -115,7 +115,7 @@ static int32_t dk_SectionBlock(dk_SectionState *s)
     if (!dk_LoadStringtoTerminator(s->stream, &s->text, s->block))
         return DK_ERR_READ;
     /* The store's lookup refuses a tag the dictionary lacks and one that is no block of this form. */
-    if (!dk_StoreFindBlock(s->ctx, s->block, t))
+    if (!navo::store::find_block(*s->ctx, s->block, *t))
         return DK_ERR_BLOCK;
     if (strlen(s->text) != (size_t)t->block->recordLength)
         return DK_ERR_BLOCK_SIZE;
@@ -194,12 +194,11 @@ static int32_t dk_SectionFooter(dk_SectionState *s)
 
 int32_t dk_LoadDocument(dk_Context *ctx, FILE *stream, const char *section)
 {
-    dk_SectionState s;
+    dk_SectionState s{};
     const char *suffix;
     size_t length;
     int32_t code;
     int32_t verdict;
-    memset(&s, 0, sizeof s);
     s.ctx = ctx;
     s.stream = stream;
     s.docIndex = -1;
@@ -215,8 +214,8 @@ int32_t dk_LoadDocument(dk_Context *ctx, FILE *stream, const char *section)
         dk_LoadRaise(DK_ERR_ADD_DOCUMENT);
         return 0;
     }
-    dk_StoreFindForm(ctx, s.form, &s.target);
-    dk_StoreFindDocument(&s.target, s.docIndex);
+    navo::store::find_form(ctx, s.form, s.target);
+    navo::store::find_document(s.target, s.docIndex);
 
     code = dk_SectionHeader(&s);
     if (code != DK_ERR_NONE)

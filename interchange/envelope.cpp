@@ -18,8 +18,8 @@ static_assert(sizeof DK_PROLOG_ENCODING == sizeof(dk_FileProlog::encodingLine), 
 
 dk_Document *dk_envFindDocument(dk_Context *ctx, const char *form, int32_t docIndex)
 {
-    dk_StoreTarget target;
-    if (!dk_StoreFindForm(ctx, form, &target) || !dk_StoreFindDocument(&target, docIndex))
+    navo::store::Target target;
+    if (!navo::store::find_form(ctx, form, target) || !navo::store::find_document(target, docIndex))
         return NULL;
     return target.document;
 }

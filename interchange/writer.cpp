@@ -163,10 +163,10 @@ NAVO_API int32_t NAVO_CALL dk_SaveHeader(dk_Context *ctx, FILE *stream) noexcept
 NAVO_API int32_t NAVO_CALL dk_SaveDocument(dk_Context *ctx, const char *form, int32_t docIndex, FILE *stream,
                                           int32_t envelope) noexcept
 {
-    dk_StoreTarget target;
+    navo::store::Target target;
     int32_t r;
-    if (stream == NULL || !dk_StoreFindForm(ctx, form, &target) || target.form == NULL ||
-        !dk_StoreFindDocument(&target, docIndex) || target.document->blockCount < target.form->refCount)
+    if (stream == NULL || !navo::store::find_form(ctx, form, target) || target.form == NULL ||
+        !navo::store::find_document(target, docIndex) || target.document->blockCount < target.form->refCount)
         return 0;
     if (envelope != 0 && !dk_wrKindsValid(&target.document->footer))
         return 0;
