@@ -32,8 +32,8 @@ bool is_space_or_cr(std::int32_t c) noexcept
 // "</" form end: the closing tag of a form's body or of its whole section.
 bool is_closing_tag(std::string_view tag, std::string_view form, std::string_view end) noexcept
 {
-    return tag.size() == tag::close_start.size() + form.size() + end.size() && tag.starts_with(tag::close_start) &&
-           tag.substr(tag::close_start.size(), form.size()) == form && tag.ends_with(end);
+    return tag.size() == tag::close_start.size() + form.size() + end.size() && begins_with(tag, tag::close_start) &&
+           first(after(tag, tag::close_start.size()), form.size()) == form && finishes_with(tag, end);
 }
 
 // One section's working state. The document it adds is removed again when the section ends,
@@ -188,7 +188,7 @@ std::int32_t Section::ocr_note() noexcept
     dk_OcrNote *note = memory::append_zeroed(footer.ocrNotes, footer.ocrCount);
     if (note == nullptr)
         return DK_ERR_MEMORY;
-    note->kind = ocr_kind_of_tag(tag().substr(tag::ocr_open_prefix.size()));
+    note->kind = ocr_kind_of_tag(after(tag(), tag::ocr_open_prefix.size()));
     cut_lines(*note, ocr_note_lines, text_);
     return DK_ERR_NONE;
 }
@@ -206,7 +206,7 @@ std::int32_t Section::footer() noexcept
             return DK_ERR_NONE;
         if (tag() == tag::error_open)
             code = error_note();
-        else if (tag().starts_with(tag::ocr_open_prefix))
+        else if (begins_with(tag(), tag::ocr_open_prefix))
             code = ocr_note();
         if (code != DK_ERR_NONE)
             return code;
@@ -216,8 +216,8 @@ std::int32_t Section::footer() noexcept
 SectionResult Section::load(std::string_view section) noexcept
 {
     // The form's name: what stands between the "<" and ".DP>".
-    const std::string_view rest = section.substr(std::min<std::size_t>(1, section.size()));
-    const std::string_view form = rest.substr(0, rest.find(tag::section_suffix));
+    const std::string_view rest = after(section, 1);
+    const std::string_view form = first(rest, rest.find(tag::section_suffix));
     if (form.size() <= form_name_max)
         std::copy(form.begin(), form.end(), form_.begin());
     if (form.size() > form_name_max || !dk_AddDocument(&ctx_, form_.data(), &docIndex_))

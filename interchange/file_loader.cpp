@@ -29,9 +29,7 @@ const char *choose_definition(std::string_view versionLine) noexcept
 {
     const std::size_t word = versionLine.find(prolog::version_word);
     if (word != std::string_view::npos &&
-        versionLine.substr(word).size() >= prolog::version_value_offset + prolog::version_value_1_3.size() &&
-        versionLine.substr(word + prolog::version_value_offset, prolog::version_value_1_3.size()) ==
-            prolog::version_value_1_3)
+        begins_with(after(versionLine, word + prolog::version_value_offset), prolog::version_value_1_3))
         return GetDefTXT_1_3();
     return GetDefTXT_1_2();
 }
@@ -159,7 +157,7 @@ std::int32_t FileLoad::run() noexcept
     dk_FileProlog &prolog = ctx_.prolog;
     if (!read_count(prolog::read_doctype))
         return fail(DK_ERR_READ);
-    if (!line().starts_with(prolog::doctype_head))
+    if (!begins_with(line(), prolog::doctype_head))
         return fail(DK_ERR_NOT_NAVO);
     std::fill(std::begin(prolog.doctypeLine), std::end(prolog.doctypeLine), '\0');
     std::copy_n(line_.data(), prolog::read_doctype, prolog.doctypeLine);

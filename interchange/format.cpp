@@ -54,7 +54,7 @@ void cut_lines(std::span<char> record, std::span<const Line> lines, std::string_
         const auto position = static_cast<std::size_t>(line.position);
         if (position >= text.size())
             continue;
-        const std::string_view piece = text.substr(position, static_cast<std::size_t>(line.width));
+        const std::string_view piece = first(after(text, position), static_cast<std::size_t>(line.width));
         std::copy(piece.begin(), piece.end(), record.begin() + static_cast<std::ptrdiff_t>(line.member));
     }
 }

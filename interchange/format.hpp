@@ -14,6 +14,26 @@ namespace navo::interchange {
 // Every text of the format is a std::string_view on a whole string literal, so its length is
 // known at compile time and reader and writer can disagree neither on a byte nor on a length.
 
+// Cuts of a text without the range checks of std::string_view's substr and compare, which
+// report a bad position by throwing; every count here is clamped to the text instead.
+constexpr std::string_view first(std::string_view text, std::size_t count) noexcept
+{
+    return {text.data(), count < text.size() ? count : text.size()};
+}
+constexpr std::string_view after(std::string_view text, std::size_t count) noexcept
+{
+    text.remove_prefix(count < text.size() ? count : text.size());
+    return text;
+}
+constexpr bool begins_with(std::string_view text, std::string_view head) noexcept
+{
+    return first(text, head.size()) == head;
+}
+constexpr bool finishes_with(std::string_view text, std::string_view tail) noexcept
+{
+    return text.size() >= tail.size() && after(text, text.size() - tail.size()) == tail;
+}
+
 // ---- Prolog ----------------------------------------------------------------------------------
 
 namespace prolog {
@@ -33,7 +53,7 @@ inline constexpr std::string_view version_1_3 = "1.3";
 inline constexpr std::string_view version_1_2 = "1.2";
 
 // The only test that a file is a NAVO file: the head of line 1.
-inline constexpr std::string_view doctype_head = doctype_start.substr(0, 21);
+inline constexpr std::string_view doctype_head = first(doctype_start, 21);
 
 // Version selection: search line 2 for the word; the value of version 1.3 starts 8 characters
 // behind the start of the word. Anything else is version 1.2.

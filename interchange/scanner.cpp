@@ -222,14 +222,14 @@ bool next_section(std::FILE *stream, std::span<char> out) noexcept
             return false;
         const std::string_view head{buffer.data(), scan::head_length};
         std::string_view suffix;
-        if (head.starts_with(scan::footer_head))
+        if (begins_with(head, scan::footer_head))
             suffix = tag::file_footer_suffix;
-        else if (head.starts_with(scan::section_head))
+        else if (begins_with(head, scan::section_head))
             suffix = tag::section_suffix;
         else
             continue;  // the six characters stay consumed
         // Built as text: a NUL byte among the six ends them.
-        const std::string_view headText = head.substr(0, head.find('\0'));
+        const std::string_view headText = first(head, head.find('\0'));
         tag[0] = '<';
         std::copy(headText.begin(), headText.end(), tag.begin() + 1);
         const std::size_t length = 1 + headText.size();
