@@ -58,7 +58,7 @@ void fill_slot(char *slot, const char *text, std::int32_t width) noexcept
 
 // The host's buffer has exactly `size` bytes, zeros behind the data; data larger than `size` is
 // answered with success and nothing handed out.
-std::int32_t hand_out(const Owned<char> &work, std::int64_t length, std::int32_t size, char **out) noexcept
+std::int32_t hand_out(const char *work, std::int64_t length, std::int32_t size, char **out) noexcept
 {
     if (length > size)
         return 1;
@@ -66,10 +66,33 @@ std::int32_t hand_out(const Owned<char> &work, std::int64_t length, std::int32_t
     if (result == nullptr)
         return 0;
     if (length > 0)
-        std::memcpy(result, work.get(), static_cast<std::size_t>(length));
+        std::memcpy(result, work, static_cast<std::size_t>(length));
     *out = result;
     return 1;
 }
+
+// The packed copy of a document as it grows block by block: released whichever way the call ends.
+class GrowingBuffer {
+public:
+    GrowingBuffer() = default;
+    GrowingBuffer(const GrowingBuffer &) = delete;
+    GrowingBuffer &operator=(const GrowingBuffer &) = delete;
+    ~GrowingBuffer() { memory::release(data_); }
+
+    // `size` bytes in all, the old ones kept; false leaves the buffer as it was.
+    bool grow(std::size_t size) noexcept
+    {
+        void *grown = memory::resize(data_, size);
+        if (grown == nullptr)
+            return false;
+        data_ = static_cast<char *>(grown);
+        return true;
+    }
+    char *data() const noexcept { return data_; }
+
+private:
+    char *data_ = nullptr;
+};
 
 }  // namespace
 
@@ -87,7 +110,7 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVODocument(dk_Context *ctx, const char *form,
     Target target;
     if (!find_packed_form(ctx, form, target) || !find_packed_document(target, docIndex))
         return 0;
-    char *work = nullptr;
+    GrowingBuffer work;
     int64_t length = 0;
     for (int32_t r = 0; r < target.form->refCount; r++) {
         const dk_dfBlockRef &ref = target.form->refs[r];
@@ -96,23 +119,15 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVODocument(dk_Context *ctx, const char *form,
         if (ref.occurrence == DK_DF_REPEATING || blockLength == 0)
             continue;
         const dk_lfBlock *store = target.document->blocks[r];
-        if (store == nullptr) {
-            navo::memory::release(work);
+        if (store == nullptr)
             return 0;
-        }
         // Past 2^31 - 1 no int32 size can hold the data: answered like any size too small.
-        if (length + blockLength > largest_size) {
-            navo::memory::release(work);
+        if (length + blockLength > largest_size)
             return 1;
-        }
-        auto *grown = static_cast<char *>(navo::memory::resize(work, static_cast<std::size_t>(length + blockLength)));
-        if (grown == nullptr) {
-            navo::memory::release(work);
+        if (!work.grow(static_cast<std::size_t>(length + blockLength)))
             return 0;
-        }
-        work = grown;
-        std::memset(work + length, 0, static_cast<std::size_t>(blockLength));
-        char *slot = work + length;
+        char *slot = work.data() + length;
+        std::memset(slot, 0, static_cast<std::size_t>(blockLength));
         for (int32_t f = 0; f < block.fieldCount; f++) {
             // A single block holds every field in its cache, so no spool is read.
             if (store->fields != nullptr)
@@ -121,8 +136,7 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVODocument(dk_Context *ctx, const char *form,
         }
         length += blockLength;
     }
-    const navo::memory::Owned<char> owned(work);
-    return hand_out(owned, length, size, out);
+    return hand_out(work.data(), length, size, out);
 }
 
 NAVO_API int32_t NAVO_CALL dk_GetNAVOBlock(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
@@ -156,7 +170,7 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVOBlock(dk_Context *ctx, const char *form, in
         fill_slot(slot, buffer.get(), field.width);
         slot += int64_t{field.width} + 1;
     }
-    return hand_out(work, length, size, out);
+    return hand_out(work.get(), length, size, out);
 }
 
 NAVO_API int32_t NAVO_CALL dk_SetNAVODocument(dk_Context *ctx, const char *form, int32_t docIndex,
