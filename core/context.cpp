@@ -1,45 +1,9 @@
-// core/context.cpp - the library context: dk_Init and dk_Destroy, and the promises about the open records.
+// core/context.cpp - the library context: dk_Init and dk_Destroy.
 #include "core/context.hpp"
-
-#include <type_traits>
 
 #include "core/allocator.hpp"
 #include "core/dictionary.hpp"
-
-namespace {
-
-// The records of navo.h are shared with C hosts, which read and write them as C structs and
-// copy them with memcpy; the library keeps them in storage from navo::memory and grows their
-// arrays with realloc. Both hold only while every record stays standard-layout and trivially
-// copyable: a member with a constructor, a virtual function or a reference would break them.
-template <class... Records>
-constexpr bool all_open = ((std::is_standard_layout_v<Records> && std::is_trivially_copyable_v<Records>) && ...);
-
-static_assert(all_open<dk_sdBucket, dk_sdDictionary, dk_dfField, dk_dfBlock, dk_dfBlockRef, dk_dfForm,
-                       dk_dfDefinition, dk_dfDefinitionList, dk_FileProlog, dk_FileHeader, dk_ErrorNote,
-                       dk_OcrNote, dk_FileFooter, dk_DocHeader, dk_DocFooter, dk_lfField, dk_lfBlock,
-                       dk_lfFilePool, dk_Document, dk_DocumentList, dk_Context>,
-              "a record of navo.h is no longer a plain C struct");
-
-}  // namespace
-
-void dk_ContextReleasePool(dk_Context *ctx)
-{
-    dk_lfFilePool *pool = ctx->filePool;
-    int32_t i;
-    if (pool == NULL)
-        return;
-    for (i = 0; i < pool->count; i++) {
-        dk_lfBlock *store = pool->blocks[i];
-        if (store != NULL && store->file != NULL) {
-            fclose(store->file);
-            store->file = NULL;
-        }
-    }
-    navo::memory::release(pool->blocks);
-    navo::memory::release(pool);
-    ctx->filePool = NULL;
-}
+#include "store/document_tables.hpp"
 
 extern "C" {
 
@@ -71,7 +35,7 @@ NAVO_API int32_t NAVO_CALL dk_Destroy(dk_Context **pointer) noexcept
     navo::memory::release(ctx->footer.notes);
     ctx->footer.notes = nullptr;
     ctx->footer.noteCount = 0;
-    dk_ContextReleasePool(ctx);
+    navo::store::release_file_pool(*ctx);
     dk_dfDestroy(&ctx->definitions);
     dk_sdDestroy(&ctx->dictionary);
     navo::memory::release(ctx);

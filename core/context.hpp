@@ -1,7 +1,23 @@
-// core/context.hpp - the library context: creation and orderly destruction.
+// core/context.hpp - the library context, and the promises the library keeps about the open records.
 #pragma once
+
+#include <type_traits>
 
 #include "navo.h"
 
-/* Releases the file pool: closes every stream still held in it, then its slots and the record. */
-void dk_ContextReleasePool(dk_Context *ctx);
+namespace navo {
+
+// The records of navo.h are shared with C hosts, which read and write them as C structs and
+// copy them with memcpy; the library keeps them in storage from navo::memory and grows their
+// arrays with realloc. Both hold only while every record stays standard-layout and trivially
+// copyable: a member with a constructor, a virtual function or a reference would break them.
+template <class... Records>
+constexpr bool all_open = ((std::is_standard_layout_v<Records> && std::is_trivially_copyable_v<Records>) && ...);
+
+static_assert(all_open<dk_sdBucket, dk_sdDictionary, dk_dfField, dk_dfBlock, dk_dfBlockRef, dk_dfForm,
+                       dk_dfDefinition, dk_dfDefinitionList, dk_FileProlog, dk_FileHeader, dk_ErrorNote,
+                       dk_OcrNote, dk_FileFooter, dk_DocHeader, dk_DocFooter, dk_lfField, dk_lfBlock,
+                       dk_lfFilePool, dk_Document, dk_DocumentList, dk_Context>,
+              "a record of navo.h is no longer a plain C struct");
+
+}  // namespace navo

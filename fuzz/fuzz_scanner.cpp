@@ -31,7 +31,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         case 2: dk_LoadStringforTag(stream, buffer, (int32_t)sizeof buffer); break;
         case 3: dk_LoadStringforTag(stream, small, (int32_t)sizeof small); break;
         case 4: dk_LoadStringtoTerminator(stream, &text, (data[0] & 1) ? "T" : NULL); break;
-        default: dk_LoadNextSection(stream, buffer, (int32_t)sizeof buffer); break;
+        default: navo::interchange::next_section(stream, buffer); break;
         }
     }
     dk_Free(text);

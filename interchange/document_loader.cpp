@@ -1,262 +1,279 @@
-/* dk_docload.c - the document loader of Part 4.5: header, blocks in form order, notes, callback. */
+// interchange/document_loader.cpp - the document loader: header, blocks in form order, notes, the host's verdict.
 #include "interchange/document_loader.hpp"
 
-#include <string.h>
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <optional>
 
 #include "core/allocator.hpp"
-#include "definitions/definition_loader.hpp"
-#include "store/document_tables.hpp"
+#include "core/status.hpp"
 #include "interchange/format.hpp"
 #include "interchange/scanner.hpp"
-#include "core/status.hpp"
+#include "store/document_tables.hpp"
 
-/* The Part's `form`, `closing` and `block` have room for 19 characters; a longer name is no name
-   of the definition. The buffers here are as large as a tag so that such a name still reaches
-   the test that rejects it, with the code the Part gives, and nothing is cut or overrun. */
-#define DK_NAME_SIZE DK_READ_BUFFER_SIZE
-#define DK_FORM_NAME_MAX 19
+namespace navo::interchange {
 
-static const dk_LoadObserver *loadObserver;
+namespace {
 
-void dk_SetLoadObserver(const dk_LoadObserver *observer)
-{
-    loadObserver = observer;
-}
+// A form name of the definition has at most 19 characters; a longer one is no form's.
+constexpr std::size_t form_name_max = 19;
 
-void dk_LoadRaise(int32_t code)
-{
-    navo::status::set_last_error(code);
-    if (loadObserver != NULL && loadObserver->onError != NULL)
-        loadObserver->onError(loadObserver->user, code);
-    dk_OnNAVOError(code);
-}
+// What a block element gives when its tag filled the whole buffer: a failure without a code.
+constexpr std::int32_t tag_too_long = -1;
 
-/* One section's working state (Part 4.5, "Data model"). */
-typedef struct dk_SectionState {
-    dk_Context *ctx;
-    FILE *stream;
-    char form[DK_NAME_SIZE];
-    int32_t docIndex;
-    char *text;
-    char tag[DK_READ_BUFFER_SIZE];
-    char closing[DK_NAME_SIZE + 8];
-    char block[DK_NAME_SIZE];
-    int32_t lastPosition;
-    int repeatSeen;
-    int32_t recordIndex;
-    dk_StoreTarget target;  /* the form and the new document; per element, its block */
-} dk_SectionState;
+const LoadObserver *observer = nullptr;
 
-/* The failure step of the Part: release the text, set the code, tell the hook, drop the document. */
-static int32_t dk_SectionFail(dk_SectionState *s, int32_t code)
-{
-    navo::memory::release(s->text);
-    s->text = NULL;
-    dk_LoadRaise(code);
-    dk_RemoveDocument(s->ctx, s->form, s->docIndex);
-    return 0;
-}
-
-static int dk_IsSpaceOrCr(int32_t c)
+bool is_space_or_cr(std::int32_t c) noexcept
 {
     return c == ' ' || c == '\r';
 }
 
-/* Steps 4 to 9: "<naglowek.DP>", the header text of exactly 245 characters, cut into lines. */
-static int32_t dk_SectionHeader(dk_SectionState *s)
+// "</" form end: the closing tag of a form's body or of its whole section.
+bool is_closing_tag(std::string_view tag, std::string_view form, std::string_view end) noexcept
 {
-    int32_t c;
+    return tag.size() == tag::close_start.size() + form.size() + end.size() && begins_with(tag, tag::close_start) &&
+           first(after(tag, tag::close_start.size()), form.size()) == form && finishes_with(tag, end);
+}
+
+// One section's working state. The document it adds is removed again when the section ends,
+// unless the host keeps it; the element text is released whichever way the section ends.
+class Section {
+public:
+    Section(dk_Context &ctx, std::FILE *stream) noexcept : ctx_(ctx), stream_(stream) {}
+    Section(const Section &) = delete;
+    Section &operator=(const Section &) = delete;
+    ~Section()
+    {
+        memory::release(text_);
+        if (added_ && !kept_)
+            dk_RemoveDocument(&ctx_, form_.data(), docIndex_);
+    }
+
+    SectionResult load(std::string_view section) noexcept;
+
+private:
+    SectionResult fail(std::int32_t code) noexcept
+    {
+        raise_error(code);
+        return SectionResult::failed;
+    }
+    std::string_view tag() const noexcept { return text_of(tag_); }
+    bool read_tag() noexcept { return interchange::read_tag(stream_, tag_); }
+    bool read_text(std::optional<std::string_view> block = std::nullopt) noexcept
+    {
+        return read_element(stream_, text_, block);
+    }
+
+    std::int32_t header() noexcept;
+    std::int32_t block_element() noexcept;
+    void fill_record() noexcept;
+    std::int32_t error_note() noexcept;
+    std::int32_t ocr_note() noexcept;
+    std::int32_t footer() noexcept;
+
+    dk_Context &ctx_;
+    std::FILE *stream_;
+    std::array<char, form_name_max + 1> form_{};
+    std::int32_t docIndex_ = -1;
+    bool added_ = false;
+    bool kept_ = false;
+    char *text_ = nullptr;
+    std::array<char, read_buffer_size> tag_{};
+    std::array<char, read_buffer_size> block_{};
+    std::int32_t lastPosition_ = -1;
+    bool repeatSeen_ = false;
+    std::int32_t recordIndex_ = 0;
+    store::Target target_;  // the form and the new document; per element, its block
+};
+
+// "<naglowek.DP>", the header text of exactly its length, cut into lines.
+std::int32_t Section::header() noexcept
+{
+    std::int32_t c = 0;
     do
-        c = dk_LoadChar(s->stream);
-    while (dk_IsSpaceOrCr(c));
-    memset(s->tag, 0, sizeof s->tag);
-    s->tag[0] = (char)c;
-    if (!dk_LoadStringbyLen(s->stream, s->tag + 1, (int32_t)sizeof s->tag - 1,
-                            (int32_t)(sizeof DK_TAG_DOC_HEADER_OPEN - 2)))
+        c = read_char(stream_);
+    while (is_space_or_cr(c));
+    tag_.fill('\0');
+    tag_[0] = static_cast<char>(c);
+    if (!read_count(stream_, std::span{tag_}.subspan(1), static_cast<std::int32_t>(tag::doc_header_open.size() - 1)))
         return navo::status::read_failed;
-    if (strcmp(s->tag, DK_TAG_DOC_HEADER_OPEN) != 0)
+    if (tag() != tag::doc_header_open)
         return navo::status::unexpected_tag;
-    if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
+    if (!read_text())
         return navo::status::read_failed;
-    if (strlen(s->text) != DK_DOC_HEADER_LENGTH)
+    const std::string_view text{text_};
+    if (text.size() != static_cast<std::size_t>(doc_header_length))
         return navo::status::read_failed;
-    dk_fmtCutLines(&s->target.document->header, dk_fmtDocHeaderLines, DK_DOC_HEADER_LINES, s->text);
+    cut_lines(target_.document->header, doc_header_lines, text);
     return navo::status::none;
 }
 
-/* Steps 21 to 23: the element's text goes straight into the field cache of the record under the
-   cursor, cut by the field widths; the next cursor move or add writes it to the spool. */
-static void dk_SectionFillRecord(dk_lfBlock *store, const dk_dfBlock *block, const char *text)
+// The element's text goes straight into the field cache of the record under the cursor, cut by
+// the field widths; the next cursor move or add writes it to the spool.
+void Section::fill_record() noexcept
 {
-    int32_t i;
-    int32_t position = 0;
-    for (i = 0; i < block->fieldCount; i++) {
-        dk_lfField *slot = &store->fields[i];
-        memcpy(slot->text, text + position, (size_t)block->fields[i].width);
-        position += block->fields[i].width;
-        slot->loaded = 1;
-        slot->dirty = 1;
+    dk_lfBlock &store = *target_.store;
+    const char *from = text_;
+    for (std::int32_t i = 0; i < target_.block->fieldCount; i++) {
+        dk_lfField &slot = store.fields[i];
+        const std::int32_t width = target_.block->fields[i].width;
+        std::copy(from, from + width, slot.text);
+        from += width;
+        slot.loaded = 1;
+        slot.dirty = 1;
     }
-    store->dirty = 1;
+    store.dirty = 1;
 }
 
-/* Steps 15 to 24 for one block element whose opening tag is in `tag`. Returns a code, or -1 for
-   the tag that filled its buffer (step 15: no code of its own). */
-static int32_t dk_SectionBlock(dk_SectionState *s)
+// One block element whose opening tag is in tag_.
+std::int32_t Section::block_element() noexcept
 {
-    const char *end = static_cast<const char *>(memchr(s->tag, '>', sizeof s->tag));
-    size_t length;
-    dk_StoreTarget *t = &s->target;
-    if (end == NULL)
-        return -1;
-    length = (size_t)(end - (s->tag + 1));
-    memcpy(s->block, s->tag + 1, length);
-    s->block[length] = '\0';
-    if (!dk_LoadStringtoTerminator(s->stream, &s->text, s->block))
+    const auto end = std::find(tag_.begin(), tag_.end(), '>');
+    if (end == tag_.end())
+        return tag_too_long;
+    const auto name = std::copy(tag_.begin() + 1, end, block_.begin());
+    *name = '\0';
+    if (!read_text(std::string_view{block_.data()}))
         return navo::status::read_failed;
-    /* The store's lookup refuses a tag the dictionary lacks and one that is no block of this form. */
-    if (!dk_StoreFindBlock(s->ctx, s->block, t))
+    store::Target &t = target_;
+    // The store's lookup refuses a tag the dictionary lacks and one that is no block of this form.
+    if (!store::find_block(ctx_, block_.data(), t))
         return navo::status::unexpected_block;
-    if (strlen(s->text) != (size_t)t->block->recordLength)
+    if (std::strlen(text_) != static_cast<std::size_t>(t.block->recordLength))
         return navo::status::bad_block_size;
-    if (s->lastPosition == -1) {
-        if (t->position != 0)
+    if (lastPosition_ == -1) {
+        if (t.position != 0)
             return navo::status::unexpected_block;
     } else {
-        int32_t step = t->position - s->lastPosition;
-        if (!(step == 1 || (t->repeating && step == 0)))
+        const std::int32_t step = t.position - lastPosition_;
+        if (!(step == 1 || (t.repeating && step == 0)))
             return navo::status::unexpected_block;
     }
-    s->lastPosition = t->position;
-    if (t->repeating) {
-        if (!s->repeatSeen)
-            s->repeatSeen = 1;
-        else if (!dk_AddBlock(s->ctx, s->form, s->docIndex, s->block, &s->recordIndex))
+    lastPosition_ = t.position;
+    if (t.repeating) {
+        if (!repeatSeen_)
+            repeatSeen_ = true;
+        else if (!dk_AddBlock(&ctx_, form_.data(), docIndex_, block_.data(), &recordIndex_))
             return navo::status::bad_block_size;
     }
-    dk_SectionFillRecord(t->store, t->block, s->text);
-    if (t->repeating) {
-        if (loadObserver != NULL && loadObserver->onBlock != NULL)
-            loadObserver->onBlock(loadObserver->user, s->form, s->docIndex, s->block, s->recordIndex);
-        dk_OnNAVOBlock(s->ctx, s->form, s->docIndex, s->block, s->recordIndex);
+    fill_record();
+    if (t.repeating) {
+        if (observer != nullptr && observer->onBlock != nullptr)
+            observer->onBlock(observer->user, form_.data(), docIndex_, block_.data(), recordIndex_);
+        dk_OnNAVOBlock(&ctx_, form_.data(), docIndex_, block_.data(), recordIndex_);
     }
     return navo::status::none;
 }
 
-/* Step 29: a <BLAD> note of the document. */
-static int32_t dk_SectionErrorNote(dk_SectionState *s)
+// A <BLAD> note of the document.
+std::int32_t Section::error_note() noexcept
 {
-    dk_DocFooter *footer = &s->target.document->footer;
-    dk_ErrorNote *note;
-    if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
+    dk_DocFooter &footer = target_.document->footer;
+    if (!read_text())
         return navo::status::read_failed;
-    note = navo::memory::append_zeroed(footer->errorNotes, footer->errorCount);
-    if (note == NULL)
+    dk_ErrorNote *note = memory::append_zeroed(footer.errorNotes, footer.errorCount);
+    if (note == nullptr)
         return navo::status::out_of_memory;
-    dk_fmtCutLines(note, dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES, s->text);
+    cut_lines(*note, error_note_lines, text_);
     return navo::status::none;
 }
 
-/* Step 30: an <OCR.x> note of the document; the kind comes from the tag. */
-static int32_t dk_SectionOcrNote(dk_SectionState *s)
+// An <OCR.x> note of the document; the kind comes from the tag.
+std::int32_t Section::ocr_note() noexcept
 {
-    dk_DocFooter *footer = &s->target.document->footer;
-    dk_OcrNote *note;
-    if (!dk_LoadStringtoTerminator(s->stream, &s->text, NULL))
+    dk_DocFooter &footer = target_.document->footer;
+    if (!read_text())
         return navo::status::read_failed;
-    note = navo::memory::append_zeroed(footer->ocrNotes, footer->ocrCount);
-    if (note == NULL)
+    dk_OcrNote *note = memory::append_zeroed(footer.ocrNotes, footer.ocrCount);
+    if (note == nullptr)
         return navo::status::out_of_memory;
-    note->kind = dk_fmtOcrKindOfTag(s->tag + sizeof DK_TAG_OCR_OPEN_PREFIX - 1);
-    dk_fmtCutLines(note, dk_fmtOcrNoteLines, DK_OCR_NOTE_LINES, s->text);
+    note->kind = ocr_kind_of_tag(after(tag(), tag::ocr_open_prefix.size()));
+    cut_lines(*note, ocr_note_lines, text_);
     return navo::status::none;
 }
 
-/* Steps 26 to 31: the footer's opening tag, then notes until "</stopka.DP>". */
-static int32_t dk_SectionFooter(dk_SectionState *s)
+// The footer's opening tag, then notes until "</stopka.DP>".
+std::int32_t Section::footer() noexcept
 {
-    if (!dk_LoadStringforTag(s->stream, s->tag, (int32_t)sizeof s->tag))
+    if (!read_tag())
         return navo::status::unexpected_tag;
     for (;;) {
-        int32_t code = navo::status::none;
-        if (!dk_LoadStringforTag(s->stream, s->tag, (int32_t)sizeof s->tag))
+        if (!read_tag())
             return navo::status::unexpected_tag;
-        if (strncmp(s->tag, DK_TAG_DOC_FOOTER_CLOSE, sizeof s->tag) == 0)
+        std::int32_t code = navo::status::none;
+        if (tag() == tag::doc_footer_close)
             return navo::status::none;
-        if (strncmp(s->tag, DK_TAG_ERROR_OPEN, sizeof s->tag) == 0)
-            code = dk_SectionErrorNote(s);
-        else if (strncmp(s->tag, DK_TAG_OCR_OPEN_PREFIX, sizeof DK_TAG_OCR_OPEN_PREFIX - 1) == 0)
-            code = dk_SectionOcrNote(s);
+        if (tag() == tag::error_open)
+            code = error_note();
+        else if (begins_with(tag(), tag::ocr_open_prefix))
+            code = ocr_note();
         if (code != navo::status::none)
             return code;
     }
 }
 
-int32_t dk_LoadDocument(dk_Context *ctx, FILE *stream, const char *section)
+SectionResult Section::load(std::string_view section) noexcept
 {
-    dk_SectionState s;
-    const char *suffix;
-    size_t length;
-    int32_t code;
-    int32_t verdict;
-    memset(&s, 0, sizeof s);
-    s.ctx = ctx;
-    s.stream = stream;
-    s.docIndex = -1;
+    // The form's name: what stands between the "<" and ".DP>".
+    const std::string_view rest = after(section, 1);
+    const std::string_view form = first(rest, rest.find(tag::section_suffix));
+    if (form.size() <= form_name_max)
+        std::copy(form.begin(), form.end(), form_.begin());
+    if (form.size() > form_name_max || !dk_AddDocument(&ctx_, form_.data(), &docIndex_))
+        return fail(navo::status::add_document_failed);
+    added_ = true;
+    store::find_form(&ctx_, form_.data(), target_);
+    store::find_document(target_, docIndex_);
 
-    /* Steps 1 to 3. */
-    suffix = strstr(section + 1, DK_SECTION_SUFFIX);
-    length = suffix != NULL ? (size_t)(suffix - (section + 1)) : strlen(section + 1);
-    if (length <= DK_FORM_NAME_MAX) {
-        memcpy(s.form, section + 1, length);
-        s.form[length] = '\0';
-    }
-    if (length > DK_FORM_NAME_MAX || !dk_AddDocument(ctx, s.form, &s.docIndex)) {
-        dk_LoadRaise(navo::status::add_document_failed);
-        return 0;
-    }
-    dk_StoreFindForm(ctx, s.form, &s.target);
-    dk_StoreFindDocument(&s.target, s.docIndex);
+    if (const std::int32_t code = header(); code != navo::status::none)
+        return fail(code);
 
-    code = dk_SectionHeader(&s);
-    if (code != navo::status::none)
-        return dk_SectionFail(&s, code);
-
-    /* Steps 10 to 25: the body. */
-    strcpy(s.closing, DK_TAG_CLOSE_START);
-    strcat(s.closing, s.form);
-    strcat(s.closing, DK_TAG_END);
-    if (!dk_LoadStringforTag(stream, s.tag, (int32_t)sizeof s.tag))
-        return dk_SectionFail(&s, navo::status::unexpected_tag);
-    s.lastPosition = -1;
+    // The body: block elements in form order until "</" form ">".
+    const std::string_view name{form_.data()};
+    if (!read_tag())
+        return fail(navo::status::unexpected_tag);
     for (;;) {
-        if (!dk_LoadStringforTag(stream, s.tag, (int32_t)sizeof s.tag))
-            return dk_SectionFail(&s, navo::status::unexpected_tag);
-        if (strncmp(s.tag, s.closing, sizeof s.tag) == 0)
+        if (!read_tag())
+            return fail(navo::status::unexpected_tag);
+        if (is_closing_tag(tag(), name, tag::end))
             break;
-        code = dk_SectionBlock(&s);
-        if (code == -1) {
-            navo::memory::release(s.text);
-            dk_RemoveDocument(ctx, s.form, s.docIndex);
-            return 0;
-        }
+        const std::int32_t code = block_element();
+        if (code == tag_too_long)
+            return SectionResult::failed;
         if (code != navo::status::none)
-            return dk_SectionFail(&s, code);
+            return fail(code);
     }
 
-    code = dk_SectionFooter(&s);
-    if (code != navo::status::none)
-        return dk_SectionFail(&s, code);
+    if (const std::int32_t code = footer(); code != navo::status::none)
+        return fail(code);
 
-    /* Steps 32 to 36. */
-    strcpy(s.closing, DK_TAG_CLOSE_START);
-    strcat(s.closing, s.form);
-    strcat(s.closing, DK_SECTION_SUFFIX);
-    if (!dk_LoadStringforTag(stream, s.tag, (int32_t)sizeof s.tag) || strncmp(s.tag, s.closing, sizeof s.tag) != 0)
-        return dk_SectionFail(&s, navo::status::unexpected_tag);
-    verdict = dk_OnNAVODocument(ctx, s.form, s.docIndex);
-    if (verdict == 0)
-        dk_RemoveDocument(ctx, s.form, s.docIndex);
-    navo::memory::release(s.text);
-    return verdict == 0 ? 1 : 2;
+    // "</" form ".DP>", then the host's verdict.
+    if (!read_tag() || !is_closing_tag(tag(), name, tag::section_suffix))
+        return fail(navo::status::unexpected_tag);
+    kept_ = dk_OnNAVODocument(&ctx_, form_.data(), docIndex_) != 0;
+    return kept_ ? SectionResult::stopped : SectionResult::delivered;
 }
+
+}  // namespace
+
+void set_load_observer(const LoadObserver *watcher) noexcept
+{
+    observer = watcher;
+}
+
+void raise_error(std::int32_t code) noexcept
+{
+    navo::status::set_last_error(code);
+    if (observer != nullptr && observer->onError != nullptr)
+        observer->onError(observer->user, code);
+    dk_OnNAVOError(code);
+}
+
+SectionResult load_document(dk_Context &ctx, std::FILE *stream, std::string_view section) noexcept
+{
+    Section state(ctx, stream);
+    return state.load(section);
+}
+
+}  // namespace navo::interchange

@@ -1,145 +1,146 @@
-/* dk_envelope.c - envelope operations of Part 4.2: prolog, headers and notes of file and document. */
+// interchange/envelope.cpp - envelope operations: the prolog, headers and notes of file and document.
 #include "interchange/envelope.hpp"
 
-#include <string.h>
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <span>
+#include <string_view>
 
 #include "core/allocator.hpp"
-#include "store/document_tables.hpp"
 #include "interchange/format.hpp"
+#include "store/document_tables.hpp"
 
-/* With a version of three characters the prolog lines fill their arrays to the last byte. */
-static_assert(sizeof DK_PROLOG_DOCTYPE_START - 1 + DK_PROLOG_VERSION_LENGTH + sizeof DK_PROLOG_DOCTYPE_END ==
-                   sizeof(dk_FileProlog::doctypeLine),
-               "doctypeLine capacity");
-static_assert(sizeof DK_PROLOG_VERSION_START - 1 + DK_PROLOG_VERSION_LENGTH + sizeof DK_PROLOG_VERSION_END ==
-                   sizeof(dk_FileProlog::versionLine),
-               "versionLine capacity");
-static_assert(sizeof DK_PROLOG_ENCODING == sizeof(dk_FileProlog::encodingLine), "encodingLine capacity");
+namespace navo::interchange {
 
-dk_Document *dk_envFindDocument(dk_Context *ctx, const char *form, int32_t docIndex)
+namespace {
+
+// start + version + end into the cleared line; the caller has checked that the version fits.
+template <std::size_t Capacity>
+void set_prolog_line(char (&line)[Capacity], std::string_view start, std::string_view version,
+                     std::string_view end) noexcept
 {
-    dk_StoreTarget target;
-    if (!dk_StoreFindForm(ctx, form, &target) || !dk_StoreFindDocument(&target, docIndex))
-        return NULL;
-    return target.document;
+    static_assert(Capacity > 0);
+    std::fill(std::begin(line), std::end(line), '\0');
+    char *out = std::copy(start.begin(), start.end(), line);
+    out = std::copy(version.begin(), version.end(), out);
+    std::copy(end.begin(), end.end(), out);
 }
 
-/* start + version + end into a cleared array; the caller has checked that it fits. */
-static void dk_envPrologLine(char *line, size_t capacity, const char *start, const char *version, size_t versionLength,
-                             const char *end)
+// The last text of a note has nothing of the record behind it to run on into; a host record
+// whose last text lacks its terminator is refused before anything changes (docs/decisions.md).
+bool last_text_terminated(std::span<const char> note, std::span<const Line> lines) noexcept
 {
-    size_t startLength = strlen(start);
-    memset(line, 0, capacity);
-    memcpy(line, start, startLength);
-    memcpy(line + startLength, version, versionLength);
-    memcpy(line + startLength + versionLength, end, strlen(end));
+    const Line &last = lines.back();
+    const std::span<const char> text = note.subspan(last.member, static_cast<std::size_t>(last.width) + 1);
+    return std::find(text.begin(), text.end(), '\0') != text.end();
 }
 
-/* The last text of a note has nothing of the record behind it to run on into; a host record
-   whose last text lacks its terminator is refused before anything changes (docs/decisions.md). */
-static int dk_envLastTextTerminated(const void *note, const dk_fmtLine *lines, int32_t lineCount)
+// Each text shorter than its width gets blanks up to the width and its terminator at the last
+// byte; a text without a terminator in its capacity stays as it is.
+void fill_texts(std::span<char> note, std::span<const Line> lines) noexcept
 {
-    const dk_fmtLine *last = &lines[lineCount - 1];
-    return memchr((const char *)note + last->member, '\0', (size_t)last->width + 1) != NULL;
-}
-
-/* Step 4 of an add: each text shorter than its width gets blanks up to the width and its
-   terminator at the last byte; a text without a terminator in its capacity stays as it is. */
-static void dk_envFillTexts(void *note, const dk_fmtLine *lines, int32_t lineCount)
-{
-    int32_t i;
-    for (i = 0; i < lineCount; i++) {
-        char *text = (char *)note + lines[i].member;
-        size_t width = (size_t)lines[i].width;
-        const char *end = static_cast<const char *>(memchr(text, '\0', width + 1));
-        if (end != NULL) {
-            size_t length = (size_t)(end - text);
-            memset(text + length, ' ', width - length);
-            text[width] = '\0';
+    for (const Line &line : lines) {
+        const std::span<char> text = note.subspan(line.member, static_cast<std::size_t>(line.width) + 1);
+        const auto end = std::find(text.begin(), text.end(), '\0');
+        if (end != text.end()) {
+            std::fill(end, text.end() - 1, ' ');
+            text.back() = '\0';
         }
     }
 }
 
-/* Steps 1 and 2: one more element, or on failure a count of 0 with the array kept as it was;
-   the next add then resizes to one element, which shrinks it. Returns the array or null. */
+// One more element, or on failure a count of 0 with the array kept as it was; the next add then
+// resizes to one element, which shrinks it. Gives the new element or null.
 template <class Note>
-static Note *dk_envGrow(Note *array, int32_t *count)
+Note *grow(Note *&array, std::int32_t &count) noexcept
 {
-    int32_t next = *count > 0 ? *count + 1 : 1;
-    if (!navo::memory::resize_array(array, static_cast<size_t>(next))) {
-        *count = 0;
-        return NULL;
+    const std::int32_t next = count > 0 ? count + 1 : 1;
+    if (!memory::resize_array(array, static_cast<std::size_t>(next))) {
+        count = 0;
+        return nullptr;
     }
-    *count = next;
-    return array;
+    count = next;
+    return &array[next - 1];
 }
 
-static int32_t dk_envAddError(dk_ErrorNote **notes, int32_t *count, const dk_ErrorNote *note)
+// Adds a copy of `note` to a list of notes, its texts filled to their widths.
+template <class Note, std::size_t N>
+bool add_note(Note *&notes, std::int32_t &count, const Note &note, const std::array<Line, N> &lines) noexcept
 {
-    dk_ErrorNote *grown;
-    if (!dk_envLastTextTerminated(note, dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES))
-        return 0;
-    grown = dk_envGrow(*notes, count);
-    if (grown == NULL)
-        return 0;
-    *notes = grown;
-    grown[*count - 1] = *note;
-    dk_envFillTexts(&grown[*count - 1], dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES);
-    return 1;
+    if (!last_text_terminated(bytes_of(note), lines))
+        return false;
+    Note *added = grow(notes, count);
+    if (added == nullptr)
+        return false;
+    *added = note;
+    fill_texts(bytes_of(*added), lines);
+    return true;
 }
+
+}  // namespace
+
+dk_Document *find_document(dk_Context *ctx, const char *form, std::int32_t docIndex) noexcept
+{
+    store::Target target;
+    if (!store::find_form(ctx, form, target) || !store::find_document(target, docIndex))
+        return nullptr;
+    return target.document;
+}
+
+}  // namespace navo::interchange
 
 extern "C" {
 
 NAVO_API int32_t NAVO_CALL dk_SetDefaultNAVOProlog(dk_Context *ctx, const char *version) noexcept
 {
-    size_t length = 0;
-    if (ctx == NULL || version == NULL)
+    using namespace navo::interchange;
+    if (ctx == nullptr || version == nullptr)
         return 0;
-    /* Counted only up to one past the limit: the host's text need not end soon. */
-    while (length <= DK_PROLOG_VERSION_LENGTH && version[length] != '\0')
+    // Counted only up to one past the limit: the host's text need not end soon.
+    std::size_t length = 0;
+    while (length <= prolog::version_length && version[length] != '\0')
         length++;
-    if (length > DK_PROLOG_VERSION_LENGTH)
+    if (length > prolog::version_length)
         return 0;
-    dk_envPrologLine(ctx->prolog.doctypeLine, sizeof ctx->prolog.doctypeLine, DK_PROLOG_DOCTYPE_START, version,
-                     length, DK_PROLOG_DOCTYPE_END);
-    dk_envPrologLine(ctx->prolog.versionLine, sizeof ctx->prolog.versionLine, DK_PROLOG_VERSION_START, version,
-                     length, DK_PROLOG_VERSION_END);
-    memcpy(ctx->prolog.encodingLine, DK_PROLOG_ENCODING, sizeof DK_PROLOG_ENCODING);
+    const std::string_view chosen{version, length};
+    set_prolog_line(ctx->prolog.doctypeLine, prolog::doctype_start, chosen, prolog::doctype_end);
+    set_prolog_line(ctx->prolog.versionLine, prolog::version_start, chosen, prolog::version_end);
+    set_prolog_line(ctx->prolog.encodingLine, prolog::encoding, {}, {});
     return 1;
 }
 
 NAVO_API int32_t NAVO_CALL dk_GetNAVOProlog(dk_Context *ctx, dk_FileProlog **out) noexcept
 {
-    if (out == NULL)
+    if (out == nullptr)
         return 0;
-    *out = ctx == NULL ? NULL : &ctx->prolog;
-    return ctx != NULL;
+    *out = ctx == nullptr ? nullptr : &ctx->prolog;
+    return ctx != nullptr;
 }
 
 NAVO_API int32_t NAVO_CALL dk_GetNAVOHeader(dk_Context *ctx, dk_FileHeader **out) noexcept
 {
-    if (out == NULL)
+    if (out == nullptr)
         return 0;
-    *out = ctx == NULL ? NULL : &ctx->header;
-    return ctx != NULL;
+    *out = ctx == nullptr ? nullptr : &ctx->header;
+    return ctx != nullptr;
 }
 
 NAVO_API int32_t NAVO_CALL dk_GetNAVOFooter(dk_Context *ctx, dk_FileFooter **out) noexcept
 {
-    if (out == NULL)
+    if (out == nullptr)
         return 0;
-    *out = ctx == NULL ? NULL : &ctx->footer;
-    return ctx != NULL;
+    *out = ctx == nullptr ? nullptr : &ctx->footer;
+    return ctx != nullptr;
 }
 
-/* Part 4.2 leaves `out` as it was on failure, unlike the general rule of the Overview. */
+// The document getters leave `out` as it was on failure, unlike the library's general rule.
 NAVO_API int32_t NAVO_CALL dk_GetDocHeader(dk_Context *ctx, const char *form, int32_t docIndex, dk_DocHeader **out) noexcept
 {
-    dk_Document *document;
-    if (out == NULL)
+    if (out == nullptr)
         return 0;
-    document = dk_envFindDocument(ctx, form, docIndex);
-    if (document == NULL)
+    dk_Document *document = navo::interchange::find_document(ctx, form, docIndex);
+    if (document == nullptr)
         return 0;
     *out = &document->header;
     return 1;
@@ -147,11 +148,10 @@ NAVO_API int32_t NAVO_CALL dk_GetDocHeader(dk_Context *ctx, const char *form, in
 
 NAVO_API int32_t NAVO_CALL dk_GetDocFooter(dk_Context *ctx, const char *form, int32_t docIndex, dk_DocFooter **out) noexcept
 {
-    dk_Document *document;
-    if (out == NULL)
+    if (out == nullptr)
         return 0;
-    document = dk_envFindDocument(ctx, form, docIndex);
-    if (document == NULL)
+    dk_Document *document = navo::interchange::find_document(ctx, form, docIndex);
+    if (document == nullptr)
         return 0;
     *out = &document->footer;
     return 1;
@@ -159,40 +159,34 @@ NAVO_API int32_t NAVO_CALL dk_GetDocFooter(dk_Context *ctx, const char *form, in
 
 NAVO_API int32_t NAVO_CALL dk_AddNAVOError(dk_Context *ctx, const dk_ErrorNote *note) noexcept
 {
-    if (ctx == NULL || note == NULL)
+    if (ctx == nullptr || note == nullptr)
         return 0;
-    return dk_envAddError(&ctx->footer.notes, &ctx->footer.noteCount, note);
+    return navo::interchange::add_note(ctx->footer.notes, ctx->footer.noteCount, *note,
+                                       navo::interchange::error_note_lines);
 }
 
 NAVO_API int32_t NAVO_CALL dk_AddDocError(dk_Context *ctx, const char *form, int32_t docIndex,
                                           const dk_ErrorNote *note) noexcept
 {
-    dk_Document *document;
-    if (note == NULL)
+    if (note == nullptr)
         return 0;
-    document = dk_envFindDocument(ctx, form, docIndex);
-    if (document == NULL)
+    dk_Document *document = navo::interchange::find_document(ctx, form, docIndex);
+    if (document == nullptr)
         return 0;
-    return dk_envAddError(&document->footer.errorNotes, &document->footer.errorCount, note);
+    return navo::interchange::add_note(document->footer.errorNotes, document->footer.errorCount, *note,
+                                       navo::interchange::error_note_lines);
 }
 
 NAVO_API int32_t NAVO_CALL dk_AddDocOCR(dk_Context *ctx, const char *form, int32_t docIndex, const dk_OcrNote *note) noexcept
 {
-    dk_Document *document;
-    dk_OcrNote *grown;
-    if (note == NULL)
+    if (note == nullptr)
         return 0;
-    document = dk_envFindDocument(ctx, form, docIndex);
-    if (document == NULL || !dk_envLastTextTerminated(note, dk_fmtOcrNoteLines, DK_OCR_NOTE_LINES))
+    dk_Document *document = navo::interchange::find_document(ctx, form, docIndex);
+    if (document == nullptr)
         return 0;
-    grown = dk_envGrow(document->footer.ocrNotes, &document->footer.ocrCount);
-    if (grown == NULL)
-        return 0;
-    document->footer.ocrNotes = grown;
-    /* kind is copied with the rest and not tested: Part 4.6 decides what it means. */
-    grown[document->footer.ocrCount - 1] = *note;
-    dk_envFillTexts(&grown[document->footer.ocrCount - 1], dk_fmtOcrNoteLines, DK_OCR_NOTE_LINES);
-    return 1;
+    // kind is copied with the rest and not tested: the writer decides what it means.
+    return navo::interchange::add_note(document->footer.ocrNotes, document->footer.ocrCount, *note,
+                                       navo::interchange::ocr_note_lines);
 }
 
 }  // extern "C"

@@ -1,10 +1,13 @@
-/* dk_fileload.h - the file loader of Part 4.4: dk_LoadNAVO, declared in navo.h. */
-#ifndef DK_FILELOAD_H
-#define DK_FILELOAD_H
+// interchange/file_loader.hpp - the file loader: dk_LoadNAVO, declared in navo.h.
+#pragma once
+
+#include <cstdint>
 
 #include "navo.h"
 
-/* The capacity of the file pool that a load gives its new tables. */
-#define DK_LOAD_POOL_CAPACITY 10
+namespace navo::interchange {
 
-#endif /* DK_FILELOAD_H */
+// The capacity of the file pool that a load gives its new tables.
+inline constexpr std::int32_t load_pool_capacity = 10;
+
+}  // namespace navo::interchange

@@ -1,234 +1,232 @@
-/* dk_writer.c - the file writer of Part 4.6: envelope records and documents out to a NAVO file. */
+// interchange/writer.cpp - the file writer: envelope records and documents out to a NAVO file.
 #include "interchange/writer.hpp"
 
-#include <stddef.h>
-#include <string.h>
+#include <algorithm>
+#include <string_view>
 
 #include "core/allocator.hpp"
-#include "store/document_tables.hpp"
+#include "platform/file_handle.hpp"
 #include "interchange/format.hpp"
 #include "platform/text_stream.hpp"
+#include "store/document_tables.hpp"
 
-int32_t dk_wrText(FILE *stream, const char *text, size_t limit)
+namespace navo::interchange {
+
+namespace {
+
+bool put(std::FILE *stream, std::string_view text) noexcept
 {
-    const char *end = static_cast<const char *>(memchr(text, '\0', limit));
-    size_t length = end != NULL ? (size_t)(end - text) : limit;
-    if (length > 0 && fwrite(text, 1, length, stream) != length)
-        return 0;
-    return fputc('\n', stream) != EOF;
+    return std::fwrite(text.data(), 1, text.size(), stream) == text.size();
 }
 
-/* A literal of the format on a line of its own. */
-static int dk_wrLine(FILE *stream, const char *literal)
+// A literal of the format on a line of its own.
+bool write_line(std::FILE *stream, std::string_view literal) noexcept
 {
-    return fputs(literal, stream) != EOF && fputc('\n', stream) != EOF;
+    return put(stream, literal) && std::fputc('\n', stream) != EOF;
 }
 
-/* A tag built from a name: start + name + end, as "<" X ".DP>" or "</" T ">". */
-static int dk_wrTag(FILE *stream, const char *start, const char *name, const char *end)
+// A tag built from a name: start + name + end, as "<" X ".DP>" or "</" T ">".
+bool write_tag(std::FILE *stream, std::string_view start, std::string_view name, std::string_view end) noexcept
 {
-    return fputs(start, stream) != EOF && fputs(name, stream) != EOF && fputs(end, stream) != EOF &&
-           fputc('\n', stream) != EOF;
+    return put(stream, start) && put(stream, name) && put(stream, end) && std::fputc('\n', stream) != EOF;
 }
 
-/* The texts of an envelope record, a line each, in the order of the format's table. */
-static int dk_wrRecord(FILE *stream, const void *record, const dk_fmtLine *lines, int32_t lineCount)
+// The texts of an envelope record, a line each, in the order of the format's table.
+bool write_record(std::FILE *stream, std::span<const char> record, std::span<const Line> lines) noexcept
 {
-    size_t recordEnd = lines[lineCount - 1].member + (size_t)lines[lineCount - 1].width + 1;
-    int32_t i;
-    for (i = 0; i < lineCount; i++) {
-        if (!dk_wrText(stream, (const char *)record + lines[i].member, recordEnd - lines[i].member))
-            return 0;
+    const std::size_t recordEnd = lines.back().member + static_cast<std::size_t>(lines.back().width) + 1;
+    return std::all_of(lines.begin(), lines.end(), [&](const Line &line) {
+        return write_text(stream, record.subspan(line.member, recordEnd - line.member));
+    });
+}
+
+bool write_error_notes(std::FILE *stream, const dk_ErrorNote *notes, std::int32_t count) noexcept
+{
+    for (std::int32_t i = 0; i < count && notes != nullptr; i++) {
+        if (!write_line(stream, tag::error_open) || !write_record(stream, bytes_of(notes[i]), error_note_lines) ||
+            !write_line(stream, tag::error_close))
+            return false;
     }
-    return 1;
+    return true;
 }
 
-static int dk_wrErrorNotes(FILE *stream, const dk_ErrorNote *notes, int32_t count)
+// The format has no tag for a kind outside 0 to 3; such a document is refused before its first
+// line is written, rather than leaving a section without a footer (docs/decisions.md).
+bool kinds_valid(const dk_DocFooter &footer) noexcept
 {
-    int32_t i;
-    for (i = 0; i < count && notes != NULL; i++) {
-        if (!dk_wrLine(stream, DK_TAG_ERROR_OPEN) ||
-            !dk_wrRecord(stream, &notes[i], dk_fmtErrorNoteLines, DK_ERROR_NOTE_LINES) ||
-            !dk_wrLine(stream, DK_TAG_ERROR_CLOSE))
-            return 0;
+    for (std::int32_t i = 0; i < footer.ocrCount && footer.ocrNotes != nullptr; i++) {
+        const std::int32_t kind = footer.ocrNotes[i].kind;
+        if (kind < 0 || static_cast<std::size_t>(kind) >= ocr_kind_letters.size())
+            return false;
     }
-    return 1;
+    return true;
 }
 
-/* The format has no tag for a kind outside 0 to 3; such a document is refused before its first
-   line is written, rather than leaving a section without a footer (docs/decisions.md). */
-static int dk_wrKindsValid(const dk_DocFooter *footer)
+bool write_ocr_notes(std::FILE *stream, const dk_OcrNote *notes, std::int32_t count) noexcept
 {
-    int32_t i;
-    for (i = 0; i < footer->ocrCount && footer->ocrNotes != NULL; i++) {
-        if (footer->ocrNotes[i].kind < 0 || footer->ocrNotes[i].kind >= DK_OCR_KIND_COUNT)
-            return 0;
+    for (std::int32_t i = 0; i < count && notes != nullptr; i++) {
+        const std::string_view letters = ocr_kind_letters[static_cast<std::size_t>(notes[i].kind)];
+        if (!write_tag(stream, tag::ocr_open_prefix, letters, tag::end) ||
+            !write_record(stream, bytes_of(notes[i]), ocr_note_lines) ||
+            !write_tag(stream, tag::ocr_close_prefix, letters, tag::end))
+            return false;
     }
-    return 1;
+    return true;
 }
 
-static int dk_wrOcrNotes(FILE *stream, const dk_OcrNote *notes, int32_t count)
+// One record of one block: the tag and each field as dk_GetField gives it, which moves the
+// cursor of a repeating block and so saves its cached changes on the way.
+bool write_block_record(dk_Context &ctx, const char *form, std::int32_t docIndex, const dk_dfBlock &block,
+                        const char *tagName, std::int32_t recordIndex, std::FILE *stream) noexcept
 {
-    int32_t i;
-    for (i = 0; i < count && notes != NULL; i++) {
-        const char *letters = dk_fmtOcrKindLetters[notes[i].kind];
-        if (!dk_wrTag(stream, DK_TAG_OCR_OPEN_PREFIX, letters, DK_TAG_END) ||
-            !dk_wrRecord(stream, &notes[i], dk_fmtOcrNoteLines, DK_OCR_NOTE_LINES) ||
-            !dk_wrTag(stream, DK_TAG_OCR_CLOSE_PREFIX, letters, DK_TAG_END))
-            return 0;
+    if (!write_tag(stream, tag::start, tagName, tag::end))
+        return false;
+    for (std::int32_t f = 0; f < block.fieldCount; f++) {
+        const std::int32_t width = block.fields[f].width;
+        const char *name = ctx.dictionary->strings[block.fields[f].nameId];
+        const auto room = static_cast<std::size_t>(width) + 1;
+        const memory::Owned<char> buffer(static_cast<char *>(memory::allocate(room)));
+        if (!buffer || name == nullptr ||
+            !dk_GetField(&ctx, form, docIndex, tagName, recordIndex, name, buffer.get(), width + 1) ||
+            !write_text(stream, {buffer.get(), room}))
+            return false;
     }
-    return 1;
+    return write_tag(stream, tag::close_start, tagName, tag::end);
 }
 
-/* One record of one block: the tag and each field as dk_GetField gives it, which moves the
-   cursor of a repeating block and so flushes its cached changes on the way (Part 3.3). */
-static int dk_wrRecordOfBlock(dk_Context *ctx, const char *form, int32_t docIndex, const dk_dfBlock *block,
-                              const char *tag, int32_t recordIndex, FILE *stream)
+// Every document of the context, form by form in the order of the definition.
+bool write_all_documents(dk_Context &ctx, std::FILE *stream, std::int32_t envelope) noexcept
 {
-    int32_t f;
-    if (!dk_wrTag(stream, DK_TAG_START, tag, DK_TAG_END))
-        return 0;
-    for (f = 0; f < block->fieldCount; f++) {
-        int32_t width = block->fields[f].width;
-        const char *name = ctx->dictionary->strings[block->fields[f].nameId];
-        char *buffer = static_cast<char *>(navo::memory::allocate(static_cast<size_t>(width) + 1));
-        int written = buffer != NULL && name != NULL &&
-                      dk_GetField(ctx, form, docIndex, tag, recordIndex, name, buffer, width + 1) &&
-                      dk_wrText(stream, buffer, (size_t)width + 1);
-        navo::memory::release(buffer);
-        if (!written)
-            return 0;
-    }
-    return dk_wrTag(stream, DK_TAG_CLOSE_START, tag, DK_TAG_END);
-}
-
-/* Every document of the context, form by form in the order of the definition. */
-static int dk_wrAllDocuments(dk_Context *ctx, FILE *stream, int32_t envelope)
-{
-    int32_t i;
-    if (ctx->documentLists == NULL || ctx->dictionary == NULL)
-        return 1;
-    for (i = 0; i < ctx->formCount; i++) {
-        int32_t d;
-        /* By the invariant of Part 2.1 dictionary slot i holds the name of form i. Nothing in a
-           save interns or removes a string, so the slot is used as it is, without a copy. */
-        const char *name = i < ctx->dictionary->count ? ctx->dictionary->strings[i] : NULL;
-        if (ctx->documentLists[i].count <= 0)
+    if (ctx.documentLists == nullptr || ctx.dictionary == nullptr)
+        return true;
+    for (std::int32_t i = 0; i < ctx.formCount; i++) {
+        // Dictionary slot i holds the name of form i. Nothing in a save interns or removes a
+        // string, so the slot is used as it is, without a copy.
+        const char *name = i < ctx.dictionary->count ? ctx.dictionary->strings[i] : nullptr;
+        if (ctx.documentLists[i].count <= 0)
             continue;
-        if (name == NULL)
-            return 0;
-        for (d = 0; d < ctx->documentLists[i].count; d++) {
-            if (!dk_SaveDocument(ctx, name, d, stream, envelope))
-                return 0;
+        if (name == nullptr)
+            return false;
+        for (std::int32_t d = 0; d < ctx.documentLists[i].count; d++) {
+            if (!dk_SaveDocument(&ctx, name, d, stream, envelope))
+                return false;
         }
     }
-    return 1;
+    return true;
 }
+
+}  // namespace
+
+bool write_text(std::FILE *stream, std::span<const char> text) noexcept
+{
+    const std::string_view line = text_of(text);
+    return put(stream, line) && std::fputc('\n', stream) != EOF;
+}
+
+}  // namespace navo::interchange
 
 extern "C" {
 
 NAVO_API int32_t NAVO_CALL dk_OpenFileforSave(FILE **out, const char *path) noexcept
 {
-    if (out == NULL)
+    if (out == nullptr)
         return 0;
-    *out = NULL;
-    if (path == NULL)
+    *out = nullptr;
+    if (path == nullptr)
         return 0;
     *out = navo::platform::open_text_stream(path, "wt").release();
-    return *out != NULL;
+    return *out != nullptr;
 }
 
 NAVO_API int32_t NAVO_CALL dk_SaveProlog(dk_Context *ctx, FILE *stream) noexcept
 {
-    /* The three lines lie side by side; an unterminated one runs on but stops at the last. */
-    static const dk_fmtLine prologLines[] = {
-        { offsetof(dk_FileProlog, doctypeLine), (int32_t)sizeof(dk_FileProlog::doctypeLine) - 1, 0 },
-        { offsetof(dk_FileProlog, versionLine), (int32_t)sizeof(dk_FileProlog::versionLine) - 1, 0 },
-        { offsetof(dk_FileProlog, encodingLine), (int32_t)sizeof(dk_FileProlog::encodingLine) - 1, 0 },
-    };
-    if (ctx == NULL || stream == NULL)
+    using namespace navo::interchange;
+    if (ctx == nullptr || stream == nullptr)
         return 0;
-    return dk_wrRecord(stream, &ctx->prolog, prologLines, 3);
+    // The three lines lie side by side; an unterminated one runs on but stops at the last.
+    return write_record(stream, bytes_of(ctx->prolog), prolog_lines);
 }
 
 NAVO_API int32_t NAVO_CALL dk_SaveHeader(dk_Context *ctx, FILE *stream) noexcept
 {
-    if (ctx == NULL || stream == NULL)
+    using namespace navo::interchange;
+    if (ctx == nullptr || stream == nullptr)
         return 0;
-    return dk_wrLine(stream, DK_TAG_NAVO_OPEN) && dk_wrLine(stream, DK_TAG_FILE_HEADER_OPEN) &&
-           dk_wrRecord(stream, &ctx->header, dk_fmtFileHeaderLines, DK_FILE_HEADER_LINES) &&
-           dk_wrLine(stream, DK_TAG_FILE_HEADER_CLOSE);
+    return write_line(stream, tag::navo_open) && write_line(stream, tag::file_header_open) &&
+           write_record(stream, bytes_of(ctx->header), file_header_lines) &&
+           write_line(stream, tag::file_header_close);
 }
 
 NAVO_API int32_t NAVO_CALL dk_SaveDocument(dk_Context *ctx, const char *form, int32_t docIndex, FILE *stream,
                                           int32_t envelope) noexcept
 {
-    dk_StoreTarget target;
-    int32_t r;
-    if (stream == NULL || !dk_StoreFindForm(ctx, form, &target) || target.form == NULL ||
-        !dk_StoreFindDocument(&target, docIndex) || target.document->blockCount < target.form->refCount)
+    using namespace navo::interchange;
+    navo::store::Target target;
+    if (stream == nullptr || !navo::store::find_form(ctx, form, target) || target.form == nullptr ||
+        !navo::store::find_document(target, docIndex) || target.document->blockCount < target.form->refCount)
         return 0;
-    if (envelope != 0 && !dk_wrKindsValid(&target.document->footer))
+    dk_Document &document = *target.document;
+    if (envelope != 0 && !kinds_valid(document.footer))
         return 0;
     if (envelope != 0) {
-        if (!dk_wrTag(stream, DK_TAG_START, form, DK_SECTION_SUFFIX) || !dk_wrLine(stream, DK_TAG_DOC_HEADER_OPEN) ||
-            !dk_wrRecord(stream, &target.document->header, dk_fmtDocHeaderLines, DK_DOC_HEADER_LINES) ||
-            !dk_wrLine(stream, DK_TAG_DOC_HEADER_CLOSE))
+        if (!write_tag(stream, tag::start, form, tag::section_suffix) || !write_line(stream, tag::doc_header_open) ||
+            !write_record(stream, bytes_of(document.header), doc_header_lines) ||
+            !write_line(stream, tag::doc_header_close))
             return 0;
     }
-    if (!dk_wrTag(stream, DK_TAG_START, form, DK_TAG_END))
+    if (!write_tag(stream, tag::start, form, tag::end))
         return 0;
-    for (r = 0; r < target.form->refCount; r++) {
-        const dk_dfBlock *block = &target.definition->blocks[target.form->refs[r].blockIndex];
-        const char *tag = ctx->dictionary->strings[block->tagId];
-        /* Field access adds and removes no document, so the document stays where it is. */
-        int32_t recordCount = target.document->blocks[r]->recordCount;
-        int32_t record;
-        if (tag == NULL)
+    for (int32_t r = 0; r < target.form->refCount; r++) {
+        const dk_dfBlock &block = target.definition->blocks[target.form->refs[r].blockIndex];
+        const char *tagName = ctx->dictionary->strings[block.tagId];
+        // Field access adds and removes no document, so the document stays where it is.
+        const int32_t recordCount = document.blocks[r]->recordCount;
+        if (tagName == nullptr)
             return 0;
-        for (record = 0; record < recordCount; record++) {
-            if (!dk_wrRecordOfBlock(ctx, form, docIndex, block, tag, record, stream))
+        for (int32_t record = 0; record < recordCount; record++) {
+            if (!write_block_record(*ctx, form, docIndex, block, tagName, record, stream))
                 return 0;
         }
     }
-    if (!dk_wrTag(stream, DK_TAG_CLOSE_START, form, DK_TAG_END))
+    if (!write_tag(stream, tag::close_start, form, tag::end))
         return 0;
     if (envelope == 0)
         return 1;
-    return dk_wrLine(stream, DK_TAG_DOC_FOOTER_OPEN) &&
-           dk_wrOcrNotes(stream, target.document->footer.ocrNotes, target.document->footer.ocrCount) &&
-           dk_wrErrorNotes(stream, target.document->footer.errorNotes, target.document->footer.errorCount) &&
-           dk_wrLine(stream, DK_TAG_DOC_FOOTER_CLOSE) && dk_wrTag(stream, DK_TAG_CLOSE_START, form, DK_SECTION_SUFFIX);
+    return write_line(stream, tag::doc_footer_open) &&
+           write_ocr_notes(stream, document.footer.ocrNotes, document.footer.ocrCount) &&
+           write_error_notes(stream, document.footer.errorNotes, document.footer.errorCount) &&
+           write_line(stream, tag::doc_footer_close) && write_tag(stream, tag::close_start, form, tag::section_suffix);
 }
 
 NAVO_API int32_t NAVO_CALL dk_SaveFooter(dk_Context *ctx, FILE *stream) noexcept
 {
-    if (ctx == NULL || stream == NULL)
+    using namespace navo::interchange;
+    if (ctx == nullptr || stream == nullptr)
         return 0;
-    return dk_wrLine(stream, DK_TAG_FILE_FOOTER_OPEN) &&
-           dk_wrErrorNotes(stream, ctx->footer.notes, ctx->footer.noteCount) &&
-           dk_wrLine(stream, DK_TAG_FILE_FOOTER_CLOSE) && dk_wrLine(stream, DK_TAG_NAVO_CLOSE);
+    return write_line(stream, tag::file_footer_open) &&
+           write_error_notes(stream, ctx->footer.notes, ctx->footer.noteCount) &&
+           write_line(stream, tag::file_footer_close) && write_line(stream, tag::navo_close);
 }
 
 NAVO_API int32_t NAVO_CALL dk_CloseFile(FILE *stream) noexcept
 {
-    /* A null stream is no stream to close (outside the contract); any real close gives 1. */
-    if (stream == NULL)
+    // A null stream is no stream to close (outside the contract); any real close gives 1.
+    if (stream == nullptr)
         return 0;
-    (void)fclose(stream);
+    static_cast<void>(std::fclose(stream));
     return 1;
 }
 
 NAVO_API int32_t NAVO_CALL dk_SaveNAVO(dk_Context *ctx, const char *path, int32_t envelope) noexcept
 {
-    FILE *stream;
-    int ok;
-    if (ctx == NULL || !dk_OpenFileforSave(&stream, path))
+    FILE *opened = nullptr;
+    if (ctx == nullptr || !dk_OpenFileforSave(&opened, path))
         return 0;
-    ok = (envelope == 0 || (dk_SaveProlog(ctx, stream) && dk_SaveHeader(ctx, stream))) &&
-         dk_wrAllDocuments(ctx, stream, envelope) && (envelope == 0 || dk_SaveFooter(ctx, stream));
-    /* Closed on success and failure alike; what the close reports is not examined (Part 4.6). */
-    (void)fclose(stream);
+    // Closed on success and failure alike; what the close reports is not examined.
+    const navo::platform::File stream(opened);
+    const bool ok = (envelope == 0 || (dk_SaveProlog(ctx, stream.get()) && dk_SaveHeader(ctx, stream.get()))) &&
+                    navo::interchange::write_all_documents(*ctx, stream.get(), envelope) &&
+                    (envelope == 0 || dk_SaveFooter(ctx, stream.get()));
     return ok ? 1 : 0;
 }
 

@@ -1,15 +1,16 @@
-/* dk_writer.h - the file writer of Part 4.6: envelope records and documents out to a NAVO file. */
-#ifndef DK_WRITER_H
-#define DK_WRITER_H
+// interchange/writer.hpp - the file writer: envelope records and documents out to a NAVO file.
+#pragma once
 
-#include <stdint.h>
-#include <stdio.h>
+#include <cstdio>
+#include <span>
 
 #include "navo.h"
 
-/* Writes `text` and a line feed. The text ends at its terminator but never reaches past `limit`
-   bytes, the room left to the end of the record it lies in: an unterminated text runs on into
-   the texts behind it (Part 4.2) and stops at the record's end. Returns 1, or 0 on a failed write. */
-int32_t dk_wrText(FILE *stream, const char *text, size_t limit);
+namespace navo::interchange {
 
-#endif /* DK_WRITER_H */
+// Writes `text` and a line feed. The text ends at its terminator but never reaches past the end
+// of the span, the room left to the end of the record it lies in: an unterminated text runs on
+// into the texts behind it and stops at the record's end.
+bool write_text(std::FILE *stream, std::span<const char> text) noexcept;
+
+}  // namespace navo::interchange

@@ -1,63 +1,92 @@
-/* dk_spool.h - block stores of Part 3.2: the field cache, the spool file and the file pool. */
-#ifndef DK_SPOOL_H
-#define DK_SPOOL_H
+// store/block_spool.hpp - block stores: the field cache, the spool file behind a repeating block, the file pool.
+#pragma once
 
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <type_traits>
 
 #include "navo.h"
 
-/* Every store the library allocates is a dk_lfSpool: the public dk_lfBlock first, then what
-   only the store modules see. A dk_lfBlock pointer of the library can therefore be widened. */
-typedef struct dk_lfSpool {
+namespace navo::store {
+
+// An element count of the records (int32_t) as a size for spans and loops; below zero is none.
+inline constexpr std::size_t count_of(std::int32_t count) noexcept
+{
+    return count > 0 ? static_cast<std::size_t>(count) : 0;
+}
+
+// A field slot that holds no text yet is filled with blanks up to its width.
+inline constexpr char blank = ' ';
+
+// What the stream of a store did since the last flush or seek: C wants a positioning call
+// between a read and a write, so a change of direction always seeks.
+enum class Access : std::int32_t { none, read, write };
+
+inline constexpr long unknown_position = -1;  // the stream stands where nobody knows
+inline constexpr std::int32_t not_buffered = -1;
+
+// Every store the library allocates is a Spool: the public dk_lfBlock first, then what only the
+// store modules see. A dk_lfBlock pointer of the library can therefore be widened to its Spool.
+struct Spool {
     dk_lfBlock store;
-    int32_t fieldCount;      /* entries of store.fields as allocated, so removal never needs the definition */
-    int32_t recordLength;    /* of the block that built the store */
-    long position;           /* where the stream stands, or DK_LF_POSITION_UNKNOWN */
-    int32_t lastAccess;      /* DK_LF_ACCESS_*: what the stream did since the last flush or seek */
-    int32_t bufferedBytes;   /* bytes of the cursor's record held in `record`, or DK_LF_NOT_BUFFERED */
-    char *record;            /* recordLength + 1 bytes in the same allocation; repeating blocks only */
-    int32_t fieldHint;       /* position of the last field found by name: a guess, always verified */
-    int32_t blockHint;       /* on a document's first store: position of the last block found by tag */
-} dk_lfSpool;
+    std::int32_t fieldCount;    // entries of store.fields as allocated, so removal never needs the definition
+    std::int32_t recordLength;  // of the block that built the store
+    long position;              // where the stream stands, or unknown_position
+    Access lastAccess;
+    std::int32_t bufferedBytes;  // bytes of the cursor's record held in `record`, or not_buffered
+    char *record;                // recordLength + 1 bytes in the same allocation; repeating blocks only
+    std::int32_t fieldHint;      // position of the last field found by name: a guess, always verified
+    std::int32_t blockHint;      // on a document's first store: position of the last block found by tag
+};
+static_assert(std::is_standard_layout_v<Spool> && std::is_trivially_copyable_v<Spool>,
+              "a Spool must stay pointer-interconvertible with its first member");
 
-#define DK_LF_POSITION_UNKNOWN (-1L)
-#define DK_LF_NOT_BUFFERED (-1)
-#define DK_LF_ACCESS_NONE 0
-#define DK_LF_ACCESS_READ 1
-#define DK_LF_ACCESS_WRITE 2
+// The hidden part of a store made by create_store.
+inline Spool &spool_of(dk_lfBlock &store) noexcept
+{
+    // The dk_lfBlock is the first member of a standard-layout Spool, and only the library allocates stores.
+    return *reinterpret_cast<Spool *>(&store);
+}
 
-/* The hidden part of a store made by dk_lfBlockCreate. */
-dk_lfSpool *dk_lfSpoolOf(dk_lfBlock *store);
+// Number of field slots of a store.
+inline std::int32_t field_count(dk_lfBlock &store) noexcept
+{
+    return spool_of(store).fieldCount;
+}
 
-/* Part 3.2: appends a blank store for `block` to `document`; a repeating one gets its spool file
-   with blank record 0 on it. Returns 1, or 0 with the store left in the document as far as it got. */
-int32_t dk_lfBlockCreate(dk_Document *document, const dk_dfBlock *block, int32_t repeating);
+// Drops the hidden copy of the cursor's record: the cursor moved or the file changed.
+inline void forget_record(dk_lfBlock &store) noexcept
+{
+    spool_of(store).bufferedBytes = not_buffered;
+}
 
-/* Part 3.2: takes a pool slot for `store` (evicting the last slot when full) and opens its spool
-   file, re-creating it when it has gone. Returns 1, or 0 with `file` null and no slot taken. */
-int32_t dk_lfBlockOpen(dk_Document *document, dk_lfBlock *store);
+// Appends a blank store for `block` to `document`; a repeating one gets its spool file with blank
+// record 0 on it. False leaves the store in the document as far as it got, for the document's
+// removal to release.
+bool create_store(dk_Document &document, const dk_dfBlock &block, bool repeating) noexcept;
 
-/* Part 3.1, steps 2 to 4 of a removal: releases the fields, closes and deletes the spool file,
-   takes the store out of `pool` and releases it. Copes with a store that failed halfway. */
-void dk_lfBlockDestroy(dk_lfFilePool *pool, dk_lfBlock *store);
+// Takes a pool slot for `store` (evicting the last slot when full) and opens its spool file,
+// re-creating it when it has gone. False leaves `file` null and takes no slot.
+bool open_store(dk_Document &document, dk_lfBlock &store) noexcept;
 
-/* dk_lfBlockSave without the final flush, so that consecutive saves reach the file in one write;
-   dk_lfBlockFlush must follow before the library call returns. */
-int32_t dk_lfBlockWrite(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block);
-int32_t dk_lfBlockFlush(dk_lfBlock *store);
+// Releases the fields, closes and deletes the spool file, takes the store out of `pool` and
+// releases it. Copes with a store that failed halfway, and with null.
+void destroy_store(dk_lfFilePool *pool, dk_lfBlock *store) noexcept;
 
-/* Part 3.3, step 9: reads field `fieldIndex` of the cursor's record from the open spool file with
-   the semantics of fgets (stops after a line feed, fails at end of file) and sets its `loaded`. */
-int32_t dk_lfBlockReadField(dk_lfBlock *store, const dk_dfBlock *block, int32_t fieldIndex);
+// dk_lfBlockSave without the final flush, so that consecutive saves reach the file in one write;
+// flush must follow before the library call returns. Refuses null arguments.
+bool write(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block) noexcept;
+bool flush(dk_lfBlock *store) noexcept;
+// write, then flush whatever write did: dk_lfBlockSave.
+bool save(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block) noexcept;
 
-/* Part 3.4, step 9, one record: moves record `record` + 1 to `record` through `buffer` of
-   record length + 1 bytes, as fgets and fputs would carry it. Returns 1, or 0. */
-int32_t dk_lfBlockShiftRecord(dk_lfBlock *store, int32_t record, char *buffer);
+// Reads field `fieldIndex` of the cursor's record from the open spool file as fgets would (stops
+// after a line feed, fails at the end of the file) and sets its `loaded`.
+bool read_field(dk_lfBlock &store, const dk_dfBlock &block, std::int32_t fieldIndex) noexcept;
 
-/* Drops the hidden copy of the cursor's record: the cursor moved or the file changed. */
-void dk_lfBlockForget(dk_lfBlock *store);
+// Moves record `record` + 1 to `record` through `buffer` of record length + 1 bytes, as fgets
+// and fputs would carry it.
+bool shift_record(dk_lfBlock &store, std::int32_t record, std::span<char> buffer) noexcept;
 
-/* Number of field slots of a store. */
-int32_t dk_lfBlockFieldCount(dk_lfBlock *store);
-
-#endif /* DK_SPOOL_H */
+}  // namespace navo::store

@@ -1,12 +1,16 @@
-/* dk_packed.h - packed records of Part 3.5: whole documents and records as one flat buffer. */
-#ifndef DK_PACKED_H
-#define DK_PACKED_H
+// store/packed_records.hpp - packed records: whole documents and records as one flat buffer.
+#pragma once
 
-#include <stdint.h>
+#include <cstdint>
 
 #include "navo.h"
 
-/* Bytes of one block in the packed form: a slot of width + 1 per field, its NUL included. */
-int64_t dk_pkBlockLength(const dk_dfBlock *block);
+namespace navo::store {
 
-#endif /* DK_PACKED_H */
+// Bytes of one block in the packed form: a slot of width + 1 per field, its NUL included.
+constexpr std::int64_t packed_length(const dk_dfBlock &block) noexcept
+{
+    return std::int64_t{block.recordLength} + block.fieldCount;
+}
+
+}  // namespace navo::store

@@ -1,129 +1,124 @@
-/* dk_records.c - repeating blocks of Part 3.4: dk_AddBlock, dk_RemoveBlock, dk_GetBlockCount. */
+// store/repeating_records.cpp - records of repeating blocks: dk_AddBlock, dk_RemoveBlock, dk_GetBlockCount.
 #include "store/repeating_records.hpp"
 
-#include <string.h>
+#include <cstring>
+#include <limits>
+#include <span>
 
 #include "core/allocator.hpp"
-#include "store/document_tables.hpp"
 #include "store/block_spool.hpp"
+#include "store/document_tables.hpp"
 
-#define DK_LF_BLANK ' '
+namespace navo::store {
 
-/* Step 2 of dk_AddBlock, shared by all three calls: form, document, block tag, repeating. */
-static int dk_FindRepeatingStore(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
-                                 dk_StoreTarget *target)
+namespace {
+
+// The lookup all three calls share: form, document, block tag, and the block must repeat.
+bool find_repeating_store(dk_Context *ctx, const char *form, std::int32_t docIndex, const char *block,
+                          Target &target) noexcept
 {
-    return dk_StoreFindForm(ctx, form, target) && dk_StoreFindDocument(target, docIndex) &&
-           dk_StoreFindBlock(ctx, block, target) && target->repeating;
+    return find_form(ctx, form, target) && find_document(target, docIndex) && find_block(*ctx, block, target) &&
+           target.repeating;
 }
+
+}  // namespace
+
+}  // namespace navo::store
 
 extern "C" {
 
 NAVO_API int32_t NAVO_CALL dk_AddBlock(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
                                        int32_t *out) noexcept
 {
-    dk_StoreTarget target;
-    dk_lfBlock *store;
-    int32_t fieldCount;
-    int32_t i;
-    int32_t saved;
-    int32_t flushed;
-    if (out == NULL)
+    using namespace navo::store;
+    if (out == nullptr)
         return 0;
     *out = -1;
-    if (!dk_FindRepeatingStore(ctx, form, docIndex, block, &target))
+    Target target;
+    if (!find_repeating_store(ctx, form, docIndex, block, target))
         return 0;
-    store = target.store;
-    if (store->recordCount == INT32_MAX)
+    dk_lfBlock &store = *target.store;
+    if (store.recordCount == std::numeric_limits<int32_t>::max())
         return 0;
-    /* Departure: both saves of this call go to the file in one write, by a flush at the end. */
-    if (store->dirty && !dk_lfBlockWrite(target.document, store, target.block)) {
-        dk_lfBlockFlush(store);
+    // Both saves of this call go to the file in one write, by a flush at the end.
+    if (store.dirty && !write(target.document, &store, target.block)) {
+        flush(&store);
         return 0;
     }
-    store->currentRecord = store->recordCount;
-    store->recordCount++;
-    dk_lfBlockForget(store);
-    fieldCount = dk_lfBlockFieldCount(store);
-    for (i = 0; i < fieldCount; i++) {
-        dk_lfField *slot = &store->fields[i];
-        memset(slot->text, DK_LF_BLANK, (size_t)target.block->fields[i].width);
-        slot->dirty = 1;
+    store.currentRecord = store.recordCount;
+    store.recordCount++;
+    forget_record(store);
+    for (int32_t i = 0; i < field_count(store); i++) {
+        dk_lfField &slot = store.fields[i];
+        std::memset(slot.text, blank, static_cast<std::size_t>(target.block->fields[i].width));
+        slot.dirty = 1;
     }
-    store->dirty = 1;
-    saved = dk_lfBlockWrite(target.document, store, target.block);
-    flushed = dk_lfBlockFlush(store);
+    store.dirty = 1;
+    const bool saved = write(target.document, &store, target.block);
+    const bool flushed = flush(&store);
     if (!saved || !flushed) {
-        store->recordCount--;
+        store.recordCount--;
         return 0;
     }
-    *out = store->currentRecord;
+    *out = store.currentRecord;
     return 1;
 }
 
 NAVO_API int32_t NAVO_CALL dk_RemoveBlock(dk_Context *ctx, const char *form, int32_t docIndex, const char *block,
                                           int32_t recordIndex) noexcept
 {
-    dk_StoreTarget target;
-    dk_lfBlock *store;
-    char *buffer;
-    int32_t fieldCount;
-    int32_t i;
-    int32_t moved = 1;
-    if (!dk_FindRepeatingStore(ctx, form, docIndex, block, &target))
+    using namespace navo::store;
+    Target target;
+    if (!find_repeating_store(ctx, form, docIndex, block, target))
         return 0;
-    store = target.store;
-    if (store->recordCount == 1)
+    dk_lfBlock &store = *target.store;
+    if (store.recordCount == 1)
         return 0;
-    /* A negative index is no record; refused before anything changes. */
+    // A negative index is no record; refused before anything changes.
     if (recordIndex < 0)
         return 0;
-    if (store->dirty && !dk_lfBlockSave(target.document, store, target.block))
+    if (store.dirty && !save(target.document, &store, target.block))
         return 0;
-    if (store->currentRecord == recordIndex) {
-        store->currentRecord = 0;
-        fieldCount = dk_lfBlockFieldCount(store);
-        for (i = 0; i < fieldCount; i++) {
-            store->fields[i].loaded = 0;
-            store->fields[i].dirty = 0;
+    if (store.currentRecord == recordIndex) {
+        store.currentRecord = 0;
+        for (dk_lfField &slot : std::span{store.fields, count_of(field_count(store))}) {
+            slot.loaded = 0;
+            slot.dirty = 0;
         }
-    } else if (store->currentRecord > recordIndex) {
-        store->currentRecord--;
+    } else if (store.currentRecord > recordIndex) {
+        store.currentRecord--;
     }
-    dk_lfBlockForget(store);
-    buffer = navo::memory::make_zeroed<char>(static_cast<size_t>(target.block->recordLength) + 1);
-    if (buffer == NULL)
+    forget_record(store);
+    const auto length = static_cast<std::size_t>(target.block->recordLength) + 1;
+    const navo::memory::Owned<char> buffer(navo::memory::make_zeroed<char>(length));
+    if (!buffer)
         return 0;
-    if (recordIndex >= store->recordCount) {
-        navo::memory::release(buffer);
+    if (recordIndex >= store.recordCount)
         return 1;
-    }
-    if (recordIndex < store->recordCount - 1) {
-        if (store->file == NULL && !dk_lfBlockOpen(target.document, store)) {
-            navo::memory::release(buffer);
+    bool moved = true;
+    if (recordIndex < store.recordCount - 1) {
+        if (store.file == nullptr && !open_store(*target.document, store))
             return 0;
-        }
-        for (i = recordIndex; i <= store->recordCount - 2 && moved; i++)
-            moved = dk_lfBlockShiftRecord(store, i, buffer);
-        /* The records moved so far reach the file even when a later one fails. */
-        if (!dk_lfBlockFlush(store))
-            moved = 0;
+        for (int32_t i = recordIndex; i <= store.recordCount - 2 && moved; i++)
+            moved = shift_record(store, i, std::span{buffer.get(), length});
+        // The records moved so far reach the file even when a later one fails.
+        if (!flush(&store))
+            moved = false;
     }
-    navo::memory::release(buffer);
     if (!moved)
         return 0;
-    store->recordCount--;
+    store.recordCount--;
     return 1;
 }
 
 NAVO_API int32_t NAVO_CALL dk_GetBlockCount(dk_Context *ctx, const char *form, int32_t docIndex,
                                             const char *block, int32_t *out) noexcept
 {
-    dk_StoreTarget target;
-    if (out == NULL)
+    if (out == nullptr)
         return 0;
     *out = -1;
-    if (!dk_FindRepeatingStore(ctx, form, docIndex, block, &target))
+    navo::store::Target target;
+    if (!navo::store::find_repeating_store(ctx, form, docIndex, block, target))
         return 0;
     *out = target.store->recordCount;
     return 1;

@@ -1,10 +1,7 @@
-/* dk_records.h - repeating blocks of Part 3.4: adding, removing and counting records. */
-#ifndef DK_RECORDS_H
-#define DK_RECORDS_H
+// store/repeating_records.hpp - records of repeating blocks: adding, removing and counting them.
+#pragma once
 
 #include "navo.h"
 
-/* The calls of this Part are all exported through navo.h: dk_AddBlock, dk_RemoveBlock and
-   dk_GetBlockCount. This header exists so the module keeps its .c/.h pair. */
-
-#endif /* DK_RECORDS_H */
+// The calls of this module are all exported through navo.h: dk_AddBlock, dk_RemoveBlock and
+// dk_GetBlockCount. The header keeps the module a .cpp/.hpp pair like every other.

@@ -51,19 +51,19 @@ protected:
     navo_test::ScopedTempDir tmp;
     dk_Context *ctx = nullptr;
     Trace trace;
-    dk_LoadObserver observer{traceError, traceBlock, nullptr};
+    navo::interchange::LoadObserver observer{traceError, traceBlock, nullptr};
 
     void SetUp() override
     {
         ASSERT_EQ(1, dk_Init(&ctx));
         activeTrace = &trace;
-        dk_SetLoadObserver(&observer);
+        navo::interchange::set_load_observer(&observer);
         dk_UstawCallBack(traceDocument);
     }
     void TearDown() override
     {
         dk_UstawCallBack(nullptr);
-        dk_SetLoadObserver(nullptr);
+        navo::interchange::set_load_observer(nullptr);
         activeTrace = nullptr;
         // A failed load before the tables were made leaves a context no call releases.
         if (ctx != nullptr && !dk_Destroy(&ctx))

@@ -100,10 +100,10 @@ TEST_F(PackedTest, BlockLengthIsRecordLengthPlusFieldCount)
 {
     const dk_dfDefinition &definition = ctx_->definitions->items[0];
     ASSERT_EQ(definition.blockCount, 4);
-    EXPECT_EQ(dk_pkBlockLength(&definition.blocks[0]), kDozcba);
-    EXPECT_EQ(dk_pkBlockLength(&definition.blocks[1]), kDipl);
-    EXPECT_EQ(dk_pkBlockLength(&definition.blocks[2]), kIorb);
-    EXPECT_EQ(dk_pkBlockLength(&definition.blocks[3]), kOpl1);
+    EXPECT_EQ(navo::store::packed_length(definition.blocks[0]), kDozcba);
+    EXPECT_EQ(navo::store::packed_length(definition.blocks[1]), kDipl);
+    EXPECT_EQ(navo::store::packed_length(definition.blocks[2]), kIorb);
+    EXPECT_EQ(navo::store::packed_length(definition.blocks[3]), kOpl1);
 }
 
 TEST_F(PackedTest, DocumentOfExactSizeHasNoZerosBehindTheData)

@@ -108,7 +108,7 @@ Tag sectionOf(FILE *stream, int32_t size = 200)
 {
     Tag r;
     r.buffer.assign(static_cast<size_t>(size) + 4, '#');
-    r.result = dk_LoadNextSection(stream, &r.buffer[0], size);
+    r.result = navo::interchange::next_section(stream, {&r.buffer[0], static_cast<size_t>(size)});
     return r;
 }
 
