@@ -1,26 +1,26 @@
 /* fuzz_definition.cpp - libFuzzer target: any bytes as a definition text, then documents built on it. */
-#include <stdint.h>
-#include <stdlib.h>
-#include <string.h>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
 
 #include "navo.h"
 
-int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    dk_Context *ctx = NULL;
-    char *text = malloc(size + 1);
+    dk_Context *ctx = nullptr;
+    char *text = static_cast<char *>(malloc(size + 1));
     int32_t f;
-    if (text == NULL)
+    if (text == nullptr)
         return 0;
     memcpy(text, data, size);
     text[size] = '\0';
     if (!dk_Init(&ctx) || !dk_dfLoadDefinition(ctx->definitions, ctx->dictionary, text) ||
         !dk_InitDocuments(ctx, 2)) {
         /* No tables: release the context part by part, as a host would have to. */
-        if (ctx != NULL) {
-            if (ctx->filePool != NULL) {
+        if (ctx != nullptr) {
+            if (ctx->filePool != nullptr) {
                 dk_Free(ctx->filePool->blocks);
                 dk_Free(ctx->filePool);
             }
@@ -38,7 +38,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         const char *form = ctx->dictionary->strings[f];
         int32_t doc = -1;
         int32_t r;
-        if (form == NULL || !dk_AddDocument(ctx, form, &doc))
+        if (form == nullptr || !dk_AddDocument(ctx, form, &doc))
             continue;
         for (r = 0; r < def->forms[f].refCount; r++) {
             const dk_dfBlock *block = &def->blocks[def->forms[f].refs[r].blockIndex];
@@ -58,7 +58,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (!dk_Destroy(&ctx)) {
         dk_RemoveAllDocuments(ctx);
         dk_Free(ctx->documentLists);
-        if (ctx->filePool != NULL) {
+        if (ctx->filePool != nullptr) {
             dk_Free(ctx->filePool->blocks);
             dk_Free(ctx->filePool);
         }

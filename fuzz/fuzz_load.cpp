@@ -1,19 +1,19 @@
 /* fuzz_load.cpp - libFuzzer target: any bytes as a NAVO file, loaded with a callback that reads everything. */
-#include <stdint.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <unistd.h>
 
 #include "navo.h"
 
-int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 static int32_t NAVO_CALL readEverything(dk_Context *ctx, const char *formName, int32_t docIndex)
 {
     const dk_dfDefinition *def = &ctx->definitions->items[0];
     const dk_dfForm *form = &def->forms[dk_1fGetIDFormularza(ctx, formName)];
-    char *packed = NULL;
+    char *packed = nullptr;
     int32_t i;
     for (i = 0; i < form->refCount; i++) {
         const dk_dfBlock *block = &def->blocks[form->refs[i].blockIndex];
@@ -31,7 +31,7 @@ static int32_t NAVO_CALL readEverything(dk_Context *ctx, const char *formName, i
             }
         }
     }
-    if (dk_GetNAVODocument(ctx, formName, docIndex, &packed, 4096) && packed != NULL)
+    if (dk_GetNAVODocument(ctx, formName, docIndex, &packed, 4096) && packed != nullptr)
         dk_Free(packed);
     /* Every third document stops the load, so that the kept document is exercised too. */
     return (docIndex + (int32_t)(i_lNumerLinii % 3)) == 2 ? 1 : 0;
@@ -46,15 +46,15 @@ static void removeInput(void)
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    dk_Context *ctx = NULL;
+    dk_Context *ctx = nullptr;
     FILE *file;
     if (path[0] == '\0') {
         const char *dir = getenv("TMPDIR");
-        snprintf(path, sizeof path, "%s/navo-fuzz-%ld.navo", dir != NULL && *dir != '\0' ? dir : "/tmp", (long)getpid());
+        snprintf(path, sizeof path, "%s/navo-fuzz-%ld.navo", dir != nullptr && *dir != '\0' ? dir : "/tmp", (long)getpid());
         atexit(removeInput);
     }
     file = fopen(path, "wb");
-    if (file == NULL)
+    if (file == nullptr)
         return 0;
     fwrite(data, 1, size, file);
     fclose(file);
