@@ -198,9 +198,8 @@ public:
         differences++;
         std::string values;
         if (globalOptions.showValues)
-            values = json_ ? fmt::format(",\"a\":{},\"b\":{}", jsonString(toUtf8(ea.value, enc_)),
-                                         jsonString(toUtf8(eb.value, enc_)))
-                           : fmt::format(": {} -> {}", jsonString(toUtf8(ea.value, enc_)), jsonString(toUtf8(eb.value, enc_)));
+            values = json_ ? fmt::format(",\"a\":{},\"b\":{}", shown(ea.value), shown(eb.value))
+                           : fmt::format(": {} -> {}", shown(ea.value), shown(eb.value));
         if (json_)
             fmt::print("{{\"change\":\"field\",{},\"form\":{},\"block\":{},\"record\":{},\"field\":{}{}}}\n", docs(a, b),
                        jsonString(ea.form), jsonString(ea.block), ea.record, jsonString(ea.field), values);
@@ -210,6 +209,7 @@ public:
     }
 
 private:
+    std::string shown(const std::string &raw) const { return jsonString(toUtf8(trimRight(raw), enc_)); }
     static std::string label(const std::string &a, const std::string &b, const std::string &form = "")
     {
         std::string what = a == "H" ? "file header" : a == "F" ? "file footer" : a == b ? "document " + a : "document " + a + " (A) / " + b + " (B)";
