@@ -61,8 +61,7 @@ public:
     {
         if (stream_ != nullptr)
             dk_CloseFile(stream_);
-        if (ctx_ != nullptr)
-            dk_Destroy(&ctx_);
+        releaseContext(ctx_);
     }
 
     void setVersion(const std::string &version)

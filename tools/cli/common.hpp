@@ -132,6 +132,10 @@ constexpr int kOcrWidths[6] = {10, 10, 10, 72, 24, 24};
 constexpr int kErrorWidths[4] = {10, 10, 10, 10};
 const char *ocrKindTag(int kind); // "a", "z", "l", "l2"
 
+// Destroys a context, also one that a failed load left without tables, which dk_Destroy refuses:
+// such a context first gets the embedded definition and empty tables.
+void releaseContext(dk_Context *&ctx);
+
 // ---- the document walk (walk.cpp) --------------------------------------------------------
 
 // What a reader of the file sees, in file order. Texts are the file's bytes, untouched.

@@ -121,8 +121,10 @@ void Progress::finish()
     }
     state_->wake.notify_all();
     state_->thread.join();
-    state_->draw(100);
-    std::fputc('\n', stderr);
+    if (state_->shown >= 0) { // a short input that never showed a bar shows none at its end
+        state_->draw(100);
+        std::fputc('\n', stderr);
+    }
     state_.reset();
 }
 
@@ -135,7 +137,8 @@ Progress::~Progress()
         }
         state_->wake.notify_all();
         state_->thread.join();
-        std::fputc('\n', stderr);
+        if (state_->shown >= 0)
+            std::fputc('\n', stderr);
     }
 }
 
@@ -221,8 +224,7 @@ const Schema &schemaFor(const std::string &version)
         }
         schema.forms.push_back(std::move(f));
     }
-    dk_InitDocuments(ctx, 1);
-    dk_Destroy(&ctx);
+    releaseContext(ctx);
     return loaded.emplace(version, std::move(schema)).first->second;
 }
 
@@ -309,6 +311,19 @@ std::string csvField(std::string_view utf8)
     }
     out += '"';
     return out;
+}
+
+void releaseContext(dk_Context *&ctx)
+{
+    if (ctx == nullptr)
+        return;
+    if (ctx->formCount == 0) {
+        if (ctx->definitions->count == 0)
+            dk_dfLoadDefinition(ctx->definitions, ctx->dictionary, GetDefTXT_1_3());
+        dk_InitDocuments(ctx, 1);
+    }
+    dk_Destroy(&ctx);
+    ctx = nullptr;
 }
 
 // ---- document walk -----------------------------------------------------------------------
@@ -418,11 +433,7 @@ void walkFile(const std::string &path, Visitor &visitor)
     dk_Context *ctx = nullptr;
     if (!dk_Init(&ctx))
         throw Failure(kExitUsage, "out of memory");
-    std::unique_ptr<dk_Context *, void (*)(dk_Context **)> guard(&ctx, [](dk_Context **c) {
-        if ((*c)->formCount == 0)
-            dk_InitDocuments(*c, 1);
-        dk_Destroy(c);
-    });
+    std::unique_ptr<dk_Context *, void (*)(dk_Context **)> guard(&ctx, [](dk_Context **c) { releaseContext(*c); });
     currentWalk = &walk;
     dk_UstawCallBack(onDocument);
     int32_t result;

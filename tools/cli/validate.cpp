@@ -29,9 +29,7 @@ Verdict bareLoad(const std::string &path)
             progress.finish();
     }
     Verdict verdict{result == 1 ? 0 : dk_GetNAVOError(), dk_GetNAVOLine()};
-    if (ctx->formCount == 0)
-        dk_InitDocuments(ctx, 1);
-    dk_Destroy(&ctx);
+    releaseContext(ctx);
     return verdict;
 }
 
@@ -237,6 +235,8 @@ int runValidate(const ValidateOptions &options)
         throw Failure(kExitUsage, "--format must be text or jsonl");
     schemaFor("1.3");
     schemaFor("1.2");
+    if (options.jobs > 1 && options.files.size() > 1)
+        globalOptions.noProgress = true; // one terminal line cannot carry several bars
     return runInProcesses(options.files.size(), options.jobs,
                           [&](size_t i) { return validateOne(options.files[i], options); });
 }
