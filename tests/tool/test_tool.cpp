@@ -340,6 +340,14 @@ TEST_F(Tool, ShowNarrowsAndSchemaDescribesEveryBlock)
     EXPECT_EQ(show.out.find("DIPL"), std::string::npos);
     EXPECT_EQ(show.out.find("Document 1"), std::string::npos);
 
+    // One table per block, all written in one pass: each file holds its own rows only.
+    ASSERT_EQ(navo("convert " + path + " --to csv --csv-layout blocks -o " + at("t.csv")).code, 0);
+    EXPECT_EQ(readFile(at("t.TOBZBA.IORB.csv")), "document,record,KodRodzajuZgloszen,NumerRachunku\r\n"
+                                                 "2,0,0,2.2.0.1\r\n2,1,0,2.2.1.1\r\n2,2,0,2.2.2.1\r\n");
+    EXPECT_EQ(readFile(at("t.TOBRCA.OPLR.csv")), "document,record,DataWypelnienia\r\n1,0,1.3.0.0\r\n");
+    std::string headers = readFile(at("t.headers.csv"));
+    EXPECT_EQ(std::count(headers.begin(), headers.end(), '\n'), 3);
+
     for (const std::string version : {"1.3", "1.2"}) {
         Result schema = navo("schema --json --version " + version);
         ASSERT_EQ(schema.code, 0);

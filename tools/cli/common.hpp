@@ -47,6 +47,9 @@ bool fromUtf8(std::string_view text, Encoding encoding, std::string &out, bool s
 // ---- platform helpers (platform.cpp): everything POSIX- or Windows-only lives there ----------
 
 bool stderrIsTerminal();
+// 64-bit positions in a stream (a long has 32 bits on Windows).
+bool seekTo(std::FILE *file, long long offset);
+long long positionOf(std::FILE *file);
 // Creates an empty file with a unique name in the directory of target; returns its path.
 std::string createTempBeside(const std::string &target);
 // Checks that path names a readable regular file; throws Failure(2) with a clear line if not.
@@ -74,6 +77,7 @@ private:
     std::string path_;
     std::string temp_;
     std::FILE *stream_ = nullptr;
+    std::vector<char> buffer_; // each output its own stdio buffer
     bool committed_ = false;
 };
 

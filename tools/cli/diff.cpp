@@ -127,7 +127,7 @@ public:
     long long offset() const { return offset_; }
     void advance()
     {
-        offset_ = std::ftell(file_);
+        offset_ = positionOf(file_);
         has_ = false;
         std::string line;
         int c;
@@ -149,7 +149,7 @@ public:
     }
     void seek(long long offset)
     {
-        std::fseek(file_, static_cast<long>(offset), SEEK_SET);
+        seekTo(file_, offset);
         advance();
     }
 

@@ -27,6 +27,24 @@ bool stderrIsTerminal()
 #endif
 }
 
+bool seekTo(std::FILE *file, long long offset)
+{
+#ifdef _WIN32
+    return _fseeki64(file, offset, SEEK_SET) == 0;
+#else
+    return fseeko(file, static_cast<off_t>(offset), SEEK_SET) == 0;
+#endif
+}
+
+long long positionOf(std::FILE *file)
+{
+#ifdef _WIN32
+    return _ftelli64(file);
+#else
+    return static_cast<long long>(ftello(file));
+#endif
+}
+
 std::string createTempBeside(const std::string &target)
 {
     namespace fs = std::filesystem;

@@ -30,8 +30,8 @@ Output::Output(const std::string &path) : path_(path)
         std::remove(temp_.c_str());
         throw Failure(kExitUsage, fmt::format("{}: cannot be written", path));
     }
-    static char buffer[1 << 16];
-    std::setvbuf(stream_, buffer, _IOFBF, sizeof buffer);
+    buffer_.resize(1 << 16);
+    std::setvbuf(stream_, buffer_.data(), _IOFBF, buffer_.size());
 }
 
 Output::~Output()

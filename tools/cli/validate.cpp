@@ -62,7 +62,7 @@ void writeResumed(const std::string &source, long long headerEnd, long long from
         copied += static_cast<long long>(got);
     }
     std::fputs("\r\n", out);
-    std::fseek(in, static_cast<long>(from), SEEK_SET);
+    seekTo(in, from);
     size_t got;
     while ((got = std::fread(buffer.data(), 1, buffer.size(), in)) > 0)
         std::fwrite(buffer.data(), 1, got, out);
