@@ -655,8 +655,6 @@ int runBuild(const BuildOptions &options)
         throw Failure(kExitUsage, "--from must be jsonl, json or csv");
     if (!options.version.empty() && options.version != "1.3" && options.version != "1.2")
         throw Failure(kExitUsage, "--version must be 1.3 or 1.2");
-    schemaFor("1.3");
-    schemaFor("1.2");
 
     std::FILE *file = std::fopen(options.input.c_str(), "rb");
     if (file == nullptr)

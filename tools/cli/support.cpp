@@ -180,18 +180,18 @@ const FormDef *Schema::form(std::string_view name) const
     return nullptr;
 }
 
-const Schema &schemaFor(const std::string &version)
+namespace {
+
+std::map<std::string, Schema> &schemas()
 {
     static std::map<std::string, Schema> loaded;
-    auto found = loaded.find(version);
-    if (found != loaded.end())
-        return found->second;
-    if (version != "1.3" && version != "1.2")
-        throw Failure(kExitUsage, fmt::format("unknown definition version '{}' (1.3 or 1.2)", version));
-    dk_Context *ctx = nullptr;
-    if (!dk_Init(&ctx) ||
-        !dk_dfLoadDefinition(ctx->definitions, ctx->dictionary, version == "1.3" ? GetDefTXT_1_3() : GetDefTXT_1_2()))
-        throw Failure(kExitUsage, "the embedded definitions cannot be loaded");
+    return loaded;
+}
+
+// The forms of a loaded definition as the tool keeps them; reads memory only, so it may run
+// inside a load's callback.
+const Schema &keepSchema(const std::string &version, const dk_Context *ctx)
+{
     Schema schema;
     schema.version = version;
     // Block names live only in the text: the n-th block header "<Name, TAG>" is the n-th block.
@@ -224,8 +224,27 @@ const Schema &schemaFor(const std::string &version)
         }
         schema.forms.push_back(std::move(f));
     }
+    return schemas().insert_or_assign(version, std::move(schema)).first->second;
+}
+
+} // namespace
+
+const Schema &schemaFor(const std::string &version)
+{
+    auto found = schemas().find(version);
+    if (found != schemas().end())
+        return found->second;
+    if (version != "1.3" && version != "1.2")
+        throw Failure(kExitUsage, fmt::format("unknown definition version '{}' (1.3 or 1.2)", version));
+    dk_Context *ctx = nullptr;
+    if (!dk_Init(&ctx) ||
+        !dk_dfLoadDefinition(ctx->definitions, ctx->dictionary, version == "1.3" ? GetDefTXT_1_3() : GetDefTXT_1_2())) {
+        releaseContext(ctx);
+        throw Failure(kExitUsage, "the embedded definitions cannot be loaded");
+    }
+    const Schema &schema = keepSchema(version, ctx);
     releaseContext(ctx);
-    return loaded.emplace(version, std::move(schema)).first->second;
+    return schema;
 }
 
 std::string versionOfPrologLine(std::string_view versionLine)
@@ -408,7 +427,9 @@ int32_t NAVO_CALL onDocument(dk_Context *ctx, const char *form, int32_t docIndex
             walk.begun = true;
             walk.visitor->begin(walk.info);
         }
-        const FormDef *def = schemaFor(walk.info.version).form(form);
+        auto known = schemas().find(walk.info.version);
+        const Schema &schema = known != schemas().end() ? known->second : keepSchema(walk.info.version, ctx);
+        const FormDef *def = schema.form(form);
         if (def == nullptr)
             throw Failure(kExitUsage, fmt::format("form {} is not in the definitions", form));
         DocumentView view(ctx, form, docIndex, *def, ++walk.documents);
@@ -425,8 +446,6 @@ int32_t NAVO_CALL onDocument(dk_Context *ctx, const char *form, int32_t docIndex
 void walkFile(const std::string &path, Visitor &visitor)
 {
     requireRegularFile(path);
-    schemaFor("1.3");
-    schemaFor("1.2");
     Walk walk;
     walk.visitor = &visitor;
     walk.info.path = path;

@@ -233,8 +233,6 @@ int runValidate(const ValidateOptions &options)
 {
     if (options.format != "text" && options.format != "jsonl")
         throw Failure(kExitUsage, "--format must be text or jsonl");
-    schemaFor("1.3");
-    schemaFor("1.2");
     if (options.jobs > 1 && options.files.size() > 1)
         globalOptions.noProgress = true; // one terminal line cannot carry several bars
     return runInProcesses(options.files.size(), options.jobs,
