@@ -193,13 +193,15 @@ public:
         if (!ok)
             throw Failure(kExitUsage, fmt::format("{}: write failed", target_));
     }
+    // The input line that errors name; 0: the reader's current line.
+    void atLine(int line) { line_ = line; }
     bool inDocument() const { return inDocument_; }
     int number() const { return number_; }
     int fileNoteCount() const { return static_cast<int>(fileNotes_.size()); }
 
     [[noreturn]] void fail(const std::string &what) const
     {
-        std::string place = fmt::format("{}:{}", *where_.path, where_.input->line());
+        std::string place = fmt::format("{}:{}", *where_.path, line_ > 0 ? line_ : where_.input->line());
         if (inDocument_ && form_ != nullptr) {
             place += fmt::format(": document {} ({})", number_, form_->name);
             if (block_ != nullptr) {
@@ -303,6 +305,7 @@ private:
     int record_ = -1;
     const FieldDef *field_ = nullptr;
     std::string encoded_;
+    int line_ = 0;
 };
 
 // ---- JSON and JSON Lines -----------------------------------------------------------------
@@ -398,7 +401,11 @@ public:
     {
         std::string what = e.what();
         auto at = what.find("] ");
-        b_.fail("malformed JSON: " + (at == std::string::npos ? what : what.substr(at + 2)));
+        what = at == std::string::npos ? what : what.substr(at + 2);
+        auto last = what.find("; last read:"); // the input's text, maybe a value
+        if (last != std::string::npos && !globalOptions.showValues)
+            what.resize(last);
+        b_.fail("malformed JSON: " + what);
     }
 
 private:
@@ -551,7 +558,7 @@ int parseNumber(const std::string &text, const Builder &builder, const char *wha
     return value;
 }
 
-void readCsv(std::istream &in, Builder &b)
+void readCsv(std::istream &in, const LineBuffer &buffer, Builder &b)
 {
     std::vector<std::string> row;
     if (!csvRecord(in, row, b) || row.size() != 6 || row[0] != "document" || row[5] != "value")
@@ -577,7 +584,12 @@ void readCsv(std::istream &in, Builder &b)
         noteTexts.clear();
         ocrKind = 0;
     };
-    while (csvRecord(in, row, b)) {
+    for (;;) {
+        b.atLine(0);
+        int line = buffer.line();
+        if (!csvRecord(in, row, b))
+            break;
+        b.atLine(line); // errors of a row name the line where it begins
         if (row.size() == 1 && row[0].empty())
             continue;
         if (row.size() != 6)
@@ -632,6 +644,7 @@ void readCsv(std::istream &in, Builder &b)
             b.setField(field, value);
         }
     }
+    b.atLine(0);
     flushNote();
     if (current > 0)
         b.endDocument();
@@ -678,7 +691,7 @@ int runBuild(const BuildOptions &options)
         Progress progress([&] { return std::pair<int64_t, int64_t>(buffer.consumed.load(), size); });
         Builder builder(options, temp, {&buffer, &options.input});
         if (from == "csv")
-            readCsv(in, builder);
+            readCsv(in, buffer, builder);
         else
             readJson(in, builder, from == "jsonl");
         if (size == 0)

@@ -93,7 +93,7 @@ std::vector<FaultReport> check(const std::string &path, bool all)
     // Mapping of the resumed file back to the original: lines and byte offsets at and behind the
     // splice move by these amounts, documents count on from docsBefore.
     int spliceLine = 1 << 30, lineShift = 0, docsBefore = 0;
-    long long spliceOffset = 1LL << 62, offsetShift = 0;
+    long long spliceOffset = 1LL << 62, offsetShift = 0, resumedAt = -1;
     struct Cleanup {
         std::string *temp;
         ~Cleanup()
@@ -120,8 +120,9 @@ std::vector<FaultReport> check(const std::string &path, bool all)
             break;
         int nextLine = 0;
         long long next = findNextSection(path, where.offset, nextLine);
-        if (next < 0 || next <= where.offset - 1)
-            break;
+        if (next < 0 || next <= resumedAt)
+            break; // no section behind this one, or no progress: stop rather than loop
+        resumedAt = next;
         if (temp.empty())
             temp = createTempBeside((std::filesystem::temp_directory_path() / "navo-validate").string());
         writeResumed(path, where.headerEnd, next, temp);
