@@ -1,14 +1,24 @@
 #!/usr/bin/env bash
-# run.sh - the main job: installs what is missing, builds the library and the examples, and
-# runs the example host program.
+# run.sh - the main job: installs what is missing, builds the library and the navo tool, and shows
+# the tool at work on a NAVO file (the sample by default): validates it, shows its first document
+# and converts it to JSON Lines. `scripts/run.sh FILE` takes a path relative to where you stand.
 set -euo pipefail
+file=$(realpath -- "${1:-$(dirname "$0")/../examples/data/sample.navo}")
 cd "$(dirname "$0")/.."
 jobs=$(nproc 2>/dev/null || echo 2)
 bash scripts/deps.sh
+echo "== building the library and the navo tool (build/release)"
 cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DNAVO_TESTS=OFF >/dev/null
-cmake --build build/release -j "$jobs"
-if [ -x build/release/examples/navo_read ] && [ -f examples/data/sample.navo ]; then
-  build/release/examples/navo_read "${1:-examples/data/sample.navo}"
-else
-  echo "built: $(ls build/release/libnavo.so* | tr '\n' ' ')"
-fi
+cmake --build build/release -j "$jobs" >/dev/null
+navo=build/release/tools/navo
+
+echo "== navo validate $file"
+status=0
+"$navo" validate "$file" || status=$?
+echo
+echo "== navo show --doc 1 (the first document)"
+"$navo" show "$file" --doc 1 || status=$?
+echo
+echo "== navo convert --to jsonl"
+"$navo" convert "$file" --to jsonl || status=$?
+exit "$status"
