@@ -46,12 +46,16 @@ if [ -n "$missing" ] || [ -n "$extra" ]; then
   exit 1
 fi
 echo "exports: $exported_count names, exactly the 65 functions and 3 variables of navo.h"
-# The C++ runtime is linked in: the DLL needs the system's own DLLs and nothing else.
-needs=$("$triplet-objdump" -p "$dll" | sed -n 's/^[[:space:]]*DLL Name: //p' | tr 'a-z' 'A-Z' | sort -u)
-foreign=$(printf '%s\n' "$needs" | grep -v -E '^(KERNEL32|ADVAPI32|MSVCRT|UCRTBASE|API-MS-WIN-.*)\.DLL$' || true)
-if [ -n "$foreign" ]; then
-  printf '%s needs DLLs that Windows does not have:\n%s\n' "$dll" "$foreign" >&2
-  exit 1
-fi
+# The compiler's runtime is linked in: the DLL needs the system's own DLLs and nothing else, and
+# the programs need navo.dll besides.
+for binary in "$dll" "$build"/examples/*.exe "$build"/tools/*.exe; do
+  [ -f "$binary" ] || continue
+  needs=$("$triplet-objdump" -p "$binary" | sed -n 's/^[[:space:]]*DLL Name: //p' | tr 'a-z' 'A-Z' | sort -u)
+  foreign=$(printf '%s\n' "$needs" | grep -v -E '^(KERNEL32|ADVAPI32|MSVCRT|UCRTBASE|API-MS-WIN-.*|NAVO)\.DLL$' || true)
+  if [ -n "$foreign" ]; then
+    printf '%s needs DLLs that Windows does not have:\n%s\n' "$binary" "$foreign" >&2
+    exit 1
+  fi
+done
 echo "built: $dll $build/libnavo.dll.a $build/libnavo_static.a $build/examples/navo_read.exe $build/examples/navo_write.exe"
 echo "needs: $("$triplet-objdump" -p "$dll" | sed -n 's/^[[:space:]]*DLL Name: //p' | tr '\n' ' ')"
