@@ -2,7 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -354,4 +357,29 @@ TEST(Status, LastMessageFollowsTheLoad)
     EXPECT_EQ(0, dk_LoadNAVO(ctx, tmp.file("missing.navo").c_str()));
     EXPECT_EQ(2, dk_GetNAVOError());
     destroyContext(ctx);
+}
+
+// The shared library exports exactly the names of cmake/exported-names.txt (the list the Windows
+// build checks its DLL against), and nothing else.
+TEST(Exports, SharedLibraryExportsExactlyTheListedNames)
+{
+#if !defined(__linux__)
+    GTEST_SKIP() << "read with nm -D; the Windows DLL's exports are checked by scripts/build-windows.sh";
+#else
+    std::set<std::string> expected, exported;
+    std::ifstream list(std::string(NAVO_SOURCE_DIR) + "/cmake/exported-names.txt");
+    for (std::string line; std::getline(list, line);)
+        if (!line.empty() && line[0] != '#')
+            expected.insert(line);
+    ASSERT_EQ(68u, expected.size());
+    FILE *pipe = popen(("nm -D --defined-only '" + std::string(NAVO_SHARED_LIBRARY) + "' 2>/dev/null").c_str(), "r");
+    ASSERT_NE(nullptr, pipe);
+    char line[512], address[128], type[8], name[256];
+    while (std::fgets(line, sizeof line, pipe) != nullptr)
+        if (std::sscanf(line, "%127s %7s %255s", address, type, name) == 3 && std::strncmp(name, "__odr_asan", 10) != 0 &&
+            std::strncmp(name, "__asan", 6) != 0)
+            exported.insert(name);
+    pclose(pipe);
+    EXPECT_EQ(expected, exported);
+#endif
 }
