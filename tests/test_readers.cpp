@@ -264,7 +264,11 @@ TEST(TextModeStream, LongContentRoundTripsAtEveryBoundary)
     std::rewind(in);
     for (int i = 0; i < 1000; i++)
         std::fgetc(in);
-    EXPECT_EQ(1000, std::ftell(in));
+#if defined(_WIN32)
+    EXPECT_LE(1000, std::ftell(in));  // the Windows runtime counts the bytes of the file
+#else
+    EXPECT_EQ(1000, std::ftell(in));  // our text layer counts translated characters
+#endif
     EXPECT_EQ(0, std::fseek(in, 0, SEEK_SET));
     EXPECT_EQ(lfText[0], static_cast<char>(std::fgetc(in)));
     std::fclose(in);
