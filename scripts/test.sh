@@ -5,6 +5,7 @@
 #   3. install; hosts built against it with pkg-config (C and C++) and find_package (shared, static)
 #   4. gcc -Werror build; the suite under valgrind memcheck (leaks are failures)
 #   5. Windows: MinGW-w64 cross build of the DLL, the static library and the examples, export check
+#   6. Windows: the suite cross-built with MinGW-w64 and run under Wine
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -13,9 +14,9 @@ started=$(date +%s)
 stage() { printf '\n== [%4ds] %s\n' "$(( $(date +%s) - started ))" "$*"; }
 
 stage "installing what the tests need (when missing)"
-NAVO_NEED_TESTS=1 NAVO_NEED_WINDOWS=1 bash scripts/deps.sh
+NAVO_NEED_TESTS=1 NAVO_NEED_WINDOWS=1 NAVO_NEED_WINE=1 bash scripts/deps.sh
 
-stage "1. clang -Werror build of the library and the fuzz targets; replay of the fuzz corpora"
+stage "1. clang -Werror build of the library and the fuzz targets; replay of the corpora of fuzz_definition, fuzz_load, fuzz_scanner"
 bash fuzz/run_fuzz.sh --replay
 
 stage "2. gcc -Werror, the suite under AddressSanitizer + UndefinedBehaviorSanitizer"
@@ -53,5 +54,8 @@ ctest --test-dir build/valgrind --output-on-failure -j "$jobs"
 
 stage "5. Windows: MinGW-w64 cross build and export check"
 bash scripts/build-windows.sh
+
+stage "6. Windows: the suite cross-built with MinGW-w64, run under Wine"
+bash scripts/test-windows.sh
 
 stage "all test runs passed ($root)"

@@ -11,8 +11,8 @@ rules of Part 2.2, "Algorithms":
 
 Both files are raw CP1250 bytes with LF line ends and no NUL (the build adds the NUL when it
 embeds them, see definitions/CMakeLists.txt). The script uses only the block names, tags and
-field lines of the tables; the Record length, Field count and form Fields columns are left to
-tools/extract_expectations.py, which builds the test expectations independently.
+field lines of the tables; tests/test_definitions.cpp checks what the texts load into (counts,
+widths and a fingerprint of each text).
 
 Usage:  python3 tools/gen_definitions.py [SPEC.md] [--out-dir DIR] [--check]
         --check compares with the files in DIR instead of writing them (exit 1 on a difference).
