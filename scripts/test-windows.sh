@@ -14,7 +14,7 @@ NAVO_NEED_WINDOWS=1 NAVO_NEED_WINE=1 bash scripts/deps.sh
 
 wine=$(command -v wine64 || command -v wine || echo /usr/lib/wine/wine64)
 export WINEDEBUG=-all WINEPREFIX="$PWD/build/wine-prefix" WINEDLLOVERRIDES="mscoree,mshtml="
-echo "cross build of the suite into $build (MinGW-w64 $(x86_64-w64-mingw32-g++ -dumpversion))"
+echo "cross build of the suite with MinGW-w64 into $build"
 cmake -S . -B "$build" \
   -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/mingw-w64-x86_64.cmake" \
   -DCMAKE_BUILD_TYPE=Release -DNAVO_TESTS=ON -DNAVO_EXAMPLES=OFF -DNAVO_WERROR=ON \
