@@ -119,6 +119,7 @@ TEST(Dictionary, CompareFoldsAsciiCaseOverSignedBytes)
         {"abc", "ABC", 0}, {"", "", 0},    {"a", "", 1},         {"", "a", -1},       {"abc", "abd", -1},
         {"Zz", "zZ", 0},   {"[", "{", -1}, {"\xE9", "\xC9", 1}, {"\xB9", "a", -1},   {"a", "\xB9", 1},
         {"_", "a", 1},    {"@", "`", -1}, {"ab", "abc", -1},    {"NIP", "nip", 0},
+        {"\x81", "\x80", 1}, {"\x80", "\x81", -1}, {"\xFF", "\x80", 1}, {"\x80", "", -1},
     };
     for (const auto &row : rows) {
         const int32_t result = dk_sdStrCmp(row.left, row.right);

@@ -147,6 +147,7 @@ TEST_F(Load, FaultsGiveTheirCodeAndLine)
         {"empty element", file(section("TOBRCA", "<TOBRCA>\n<DORCA></DORCA>\n</TOBRCA>\n")), 5, -1},
         {"body closing tag in other case", replaced(rca, "</TOBRCA>\n<stopka", "</tobrca>\n<stopka"), 5, -1},
         {"unknown footer element with text", file(section("TOBRCA", body("TOBRCA", {}), "<XYZ>abc</XYZ>\n")), 5, -1},
+        {"section tag with a rest of 19", file("<TOBZUA" + std::string(15, 'Q') + ".DP>\n"), 5, -1},
         {"tag filling its buffer", file(section("TOBRCA", "<TOBRCA>\n<" + std::string(300, 'A') + ">\n</TOBRCA>\n")), 5, -1},
     };
     for (const auto &row : rows) {
@@ -187,6 +188,10 @@ TEST_F(Load, AcceptedVariants)
                                                              "\r</DORCA>\n</TOBRCA>\n")),
          1},
         {"without sections", file(""), 0},
+        {"section and footer tags with rests of 20 passed over",
+         file("<TOBZUA" + std::string(16, 'Q') + ".DP>\n<stopka" + std::string(16, 'S') + ".NAVO>\n" +
+              sectionText(layouts13(), "TOBZWPA", 0, {})),
+         1},
     };
     for (const auto &row : rows) {
         EXPECT_EQ(1, load(row.text)) << row.label;
