@@ -425,7 +425,11 @@ TEST_F(Store, RecordsAreAddedAndRemovedWithTheCursorFollowing)
     EXPECT_EQ(0, dk_RemoveBlock(ctx, "F", 1, "REP", 5));
     EXPECT_EQ(2, addRecord(2) - 2);
     EXPECT_EQ("   |  ", get(2, 4, "A") + "|" + get(2, 4, "B"));  // a new record is blank
-    EXPECT_EQ("a0 |b0 a1 |b1 a2 |b2 a3 |b3", records(0));
+    EXPECT_EQ("a0 |b0 a1 |b1 a2 |b2 a3 |b3", records(0));    // Records move as text: a line feed ends what is carried over the record below.
+    ASSERT_EQ(1, set(0, 1, "A", "\n"));
+    ASSERT_EQ(1, dk_RemoveBlock(ctx, "F", 0, "REP", 0));
+    EXPECT_EQ("a2 ", get(0, 1, "A"));
+    EXPECT_EQ("\n", get(0, 0, "A"));
 }
 
 TEST_F(Store, RecordCallsRefuseSingleBlocksAndUnknownNames)
