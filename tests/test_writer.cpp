@@ -407,6 +407,10 @@ TEST_F(Writer, NotesAreFilledKeptInOrderAndChecked)
     }
     EXPECT_EQ(&headerSentinel, header);
     EXPECT_EQ(first, footerOut);
+    EXPECT_EQ(0, dk_AddDocError(ctx, "TOBZBA", 0, nullptr));
+    EXPECT_EQ(0, dk_AddDocOCR(ctx, "TOBZBA", 0, nullptr));
+    EXPECT_EQ(1, first->errorCount);
+    EXPECT_EQ(1, first->ocrCount);
 }
 
 // Every allocation of a note's add fails in turn: result 0, the count drops to 0 with the array
