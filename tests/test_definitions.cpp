@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -239,6 +240,7 @@ const Version kVersions[] = {
     {"1.2", GetDefTXT_1_2, 0xd25bee12u, 0xc8662e10u},
     {"1.3", GetDefTXT_1_3, 0xae2c29ceu, 0xabbfe697u},
 };
+void PrintTo(const Version &version, std::ostream *out) { *out << version.name; }
 }  // namespace
 
 class Embedded : public ::testing::TestWithParam<Version> {};

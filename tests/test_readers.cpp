@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <ostream>
 #include <filesystem>
 #include <random>
 #include <set>
@@ -118,6 +119,9 @@ std::string label(const ReadRow &row)
     return text;
 }
 
+// GoogleTest names a row by this, not by its raw bytes.
+void PrintTo(const ReadRow &row, std::ostream *out) { *out << label(row); }
+
 }  // namespace
 
 INSTANTIATE_TEST_SUITE_P(Rows, Readers, ::testing::ValuesIn(kReadRows));
@@ -205,6 +209,7 @@ const TextRow kTextRows[] = {
     {B("a\r\x1A\n", 4), "a\r"},
     {"\xFF\xFE\r\n\xFF", "\xFF\xFE\n\xFF"},
 };
+void PrintTo(const TextRow &row, std::ostream *out) { *out << ::testing::PrintToString(row.disk); }
 }  // namespace
 
 class TextMode : public ::testing::TestWithParam<TextRow> {
