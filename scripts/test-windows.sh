@@ -25,4 +25,7 @@ cmake --build "$build" -j "$jobs"
 echo "starting $("$wine" --version) with prefix $WINEPREFIX"
 "$wine" wineboot --init >/dev/null 2>&1 || true
 echo "running the suite under Wine"
+( while sleep 30; do echo "   ... still running the suite under Wine"; done ) &
+beat=$!
+trap 'kill "$beat" 2>/dev/null || true' EXIT
 ctest --test-dir "$build" --output-on-failure -j "$jobs"

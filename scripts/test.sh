@@ -12,6 +12,15 @@ root=$(pwd)
 jobs=$(nproc 2>/dev/null || echo 2)
 started=$(date +%s)
 stage() { printf '\n== [%4ds] %s\n' "$(( $(date +%s) - started ))" "$*"; }
+# Runs a command and, while it runs, says every 30 s that it still does (ctest prints a test only
+# when it ends, and one program under valgrind takes minutes).
+with_heartbeat() {
+  ( while sleep 30; do printf '   ... [%4ds] still running: %s\n' "$(( $(date +%s) - started ))" "$1"; done ) &
+  local beat=$! status=0
+  "$@" || status=$?
+  kill "$beat" 2>/dev/null || true
+  return "$status"
+}
 
 stage "installing what the tests need (when missing)"
 NAVO_NEED_TESTS=1 NAVO_NEED_WINDOWS=1 NAVO_NEED_WINE=1 bash scripts/deps.sh
@@ -24,7 +33,7 @@ cmake -S . -B build/asan -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
   -DNAVO_WERROR=ON -DNAVO_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug >/dev/null
 cmake --build build/asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-  ctest --test-dir build/asan --output-on-failure -j "$jobs"
+  with_heartbeat ctest --test-dir build/asan --output-on-failure -j "$jobs"
 
 stage "3. install, then hosts against the installed library"
 prefix="$root/build/prefix"
@@ -50,7 +59,7 @@ stage "4. gcc -Werror, the suite under valgrind memcheck (leaks are failures)"
 cmake -S . -B build/valgrind -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
   -DNAVO_WERROR=ON -DNAVO_VALGRIND=ON -DCMAKE_BUILD_TYPE=Debug >/dev/null
 cmake --build build/valgrind -j "$jobs"
-ctest --test-dir build/valgrind --output-on-failure -j "$jobs"
+with_heartbeat ctest --test-dir build/valgrind --output-on-failure -j "$jobs"
 
 stage "5. Windows: MinGW-w64 cross build and export check"
 bash scripts/build-windows.sh
