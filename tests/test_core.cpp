@@ -255,6 +255,16 @@ TEST(Dictionary, EveryAllocationOfAnAddFailsCleanly)
                          tmp);
     }
     dk_sdDictionary *d = nullptr;
+    int32_t safe = 7;
+    sweepAllocations({.setup = [&] { ASSERT_EQ(1, dk_sdInit(&d, 2)); },
+                      .act = [&] { return dk_sdGetSafeID(d, "neu", &safe); },
+                      .check =
+                          [&](int32_t result, int64_t n) {
+                              EXPECT_EQ(n == 0, result == 1);
+                              EXPECT_EQ(n == 0 ? 0 : -1, safe);
+                          },
+                      .teardown = [&] { dk_sdDestroy(&d); }},
+                     tmp);
     sweepAllocations({.act = [&] { return dk_sdInit(&d, 16); },
                       .check = [&](int32_t result, int64_t n) { EXPECT_EQ(n == 0, result == 1); },
                       .teardown =

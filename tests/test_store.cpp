@@ -367,11 +367,12 @@ TEST_F(Store, FieldAccessRefusesWhatIsNotThere)
         {"NIEMA", 0, "REP", 0, "A"}, {"G", 0, "REP", 0, "A"},  {"F", 1, "REP", 0, "A"},  {"F", -1, "REP", 0, "A"},
         {"F", 0, "OTH", 0, "Z"},     {"F", 0, "NIEMA", 0, "A"}, {"F", 0, "REP", 2, "A"},  {"F", 0, "REP", -1, "A"},
         {"F", 0, "REP", 0, "X"},     {"F", 0, "REP", 0, "REP"}, {"F", 0, "SNG", 1, "X"},  {"F", 0, "A", 0, "A"},
+        {"F", 0, "REP", 0, nullptr},
     };
     for (const auto &row : rows) {
         char out[8] = "junk";
         EXPECT_EQ(0, dk_GetField(ctx, row.form, row.doc, row.block, row.record, row.name, out, sizeof out))
-            << row.form << row.doc << row.block << row.record << row.name;
+            << row.form << row.doc << row.block << row.record << (row.name != nullptr ? row.name : "(null)");
         EXPECT_STREQ("", out);
         EXPECT_EQ(0, dk_SetField(ctx, row.form, row.doc, row.block, row.record, row.name, "v"));
     }
@@ -423,6 +424,8 @@ TEST_F(Store, RecordsAreAddedAndRemovedWithTheCursorFollowing)
     EXPECT_EQ(0, dk_RemoveBlock(ctx, "F", 1, "REP", 0));  // the last record stays
     EXPECT_EQ(0, dk_RemoveBlock(ctx, "F", 1, "REP", -1));
     EXPECT_EQ(0, dk_RemoveBlock(ctx, "F", 1, "REP", 5));
+    EXPECT_EQ(1, addRecord(1));  // nothing of a moved record spills behind the last one
+    EXPECT_EQ("a2 |b2    |  ", records(1));
     EXPECT_EQ(2, addRecord(2) - 2);
     EXPECT_EQ("   |  ", get(2, 4, "A") + "|" + get(2, 4, "B"));  // a new record is blank
     EXPECT_EQ("a0 |b0 a1 |b1 a2 |b2 a3 |b3", records(0));    // Records move as text: a line feed ends what is carried over the record below.
