@@ -12,9 +12,11 @@ trap 'rm -rf "$scratch"' EXIT
 export TMPDIR="$scratch"
 for target in definition load scanner; do
   if [ "${1:-}" = "--replay" ]; then
+    echo "fuzz_$target: replaying fuzz/corpus/$target"
     build/fuzz/fuzz/fuzz_$target -runs=0 "fuzz/corpus/$target" 2>&1 | tail -n 1
   else
     mkdir -p "$scratch/$target"
+    echo "fuzz_$target: fuzzing for ${1:-60} s from fuzz/corpus/$target"
     build/fuzz/fuzz/fuzz_$target -max_total_time="${1:-60}" -max_len=8192 "$scratch/$target" "fuzz/corpus/$target" 2>&1 | tail -n 1
   fi
 done

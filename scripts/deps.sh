@@ -26,6 +26,11 @@ if [ "${NAVO_NEED_WINDOWS:-0}" = 1 ]; then
   command -v x86_64-w64-mingw32-gcc >/dev/null 2>&1 || need+=(gcc-mingw-w64-x86-64 g++-mingw-w64-x86-64)
   command -v x86_64-w64-mingw32-objdump >/dev/null 2>&1 || need+=(binutils-mingw-w64-x86-64)
 fi
+if [ "${NAVO_NEED_WINE:-0}" = 1 ]; then
+  # The test suite's Windows run: GoogleTest's sources for the cross build, and Wine to run it.
+  [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
+  command -v wine64 >/dev/null 2>&1 || command -v wine >/dev/null 2>&1 || [ -x /usr/lib/wine/wine64 ] || need+=(wine64)
+fi
 if [ "${NAVO_NEED_BENCH:-0}" = 1 ]; then
   [ -f /usr/include/expat.h ] || need+=(libexpat1-dev)
   command -v strace >/dev/null 2>&1 || need+=(strace)

@@ -6,18 +6,28 @@
 #      shared and the static library, C++ with navo.hpp)
 #   4. gcc -Werror build; the suite under valgrind memcheck (leaks are failures)
 #   5. Windows: MinGW-w64 cross build of the DLL, the static library and the examples, export check
-#   6. the Python package: installed offline into a venv, mypy --strict, pytest
+#   6. Windows: the suite cross-built with MinGW-w64 and run under Wine
+#   7. the Python package: installed offline into a venv, mypy --strict, pytest
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 jobs=$(nproc 2>/dev/null || echo 2)
 started=$(date +%s)
 stage() { printf '\n== [%4ds] %s\n' "$(( $(date +%s) - started ))" "$*"; }
+# Runs a command and, while it runs, says every 30 s that it still does (ctest prints a test only
+# when it ends, and one program under valgrind takes minutes).
+with_heartbeat() {
+  ( while sleep 30; do printf '   ... [%4ds] still running: %s\n' "$(( $(date +%s) - started ))" "$1"; done ) &
+  local beat=$! status=0
+  "$@" || status=$?
+  kill "$beat" 2>/dev/null || true
+  return "$status"
+}
 
 stage "installing what the tests need (when missing)"
-NAVO_NEED_TESTS=1 NAVO_NEED_WINDOWS=1 bash scripts/deps.sh
+NAVO_NEED_TESTS=1 NAVO_NEED_WINDOWS=1 NAVO_NEED_WINE=1 bash scripts/deps.sh
 
-stage "1. clang -Werror build of the library and the fuzz targets; replay of the fuzz corpora"
+stage "1. clang -Werror build of the library and the fuzz targets; replay of the corpora of fuzz_definition, fuzz_load, fuzz_scanner"
 bash fuzz/run_fuzz.sh --replay
 
 stage "2. gcc -Werror, the suite under AddressSanitizer + UndefinedBehaviorSanitizer"
@@ -25,7 +35,7 @@ cmake -S . -B build/asan -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
   -DNAVO_WERROR=ON -DNAVO_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug >/dev/null
 cmake --build build/asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-  ctest --test-dir build/asan --output-on-failure -j "$jobs"
+  with_heartbeat ctest --test-dir build/asan --output-on-failure -j "$jobs"
 
 stage "3. install, then hosts against the installed library"
 prefix="$root/build/prefix"
@@ -51,12 +61,15 @@ stage "4. gcc -Werror, the suite under valgrind memcheck (leaks are failures)"
 cmake -S . -B build/valgrind -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
   -DNAVO_WERROR=ON -DNAVO_VALGRIND=ON -DCMAKE_BUILD_TYPE=Debug >/dev/null
 cmake --build build/valgrind -j "$jobs"
-ctest --test-dir build/valgrind --output-on-failure -j "$jobs"
+with_heartbeat ctest --test-dir build/valgrind --output-on-failure -j "$jobs"
 
 stage "5. Windows: MinGW-w64 cross build and export check"
 bash scripts/build-windows.sh
 
-stage "6. the Python package (bindings/python): offline install, mypy, pytest"
+stage "6. Windows: the suite cross-built with MinGW-w64, run under Wine"
+bash scripts/test-windows.sh
+
+stage "7. the Python package (bindings/python): offline install, mypy, pytest"
 bash scripts/test-python.sh
 
 stage "all test runs passed ($root)"

@@ -74,7 +74,7 @@ TEST_P(Ownership, ReleasesEverythingInEveryState)
         EXPECT_TRUE(target && !moved);
     }
     EXPECT_EQ(before, navo::memory::live_blocks());
-    EXPECT_TRUE(tmp.entries().empty());
+    EXPECT_TRUE(tmp.spoolFiles().empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(States, Ownership, ::testing::ValuesIn(ownershipCases),
@@ -85,15 +85,16 @@ INSTANTIATE_TEST_SUITE_P(States, Ownership, ::testing::ValuesIn(ownershipCases),
 // load, and in dk_InitDocuments (the last allocations).
 TEST(Ownership, AllocationFailureWhileBuildingAWriter)
 {
-    navo_test::FailureInjection failures;
+    navo::memory::reset_counters();
     const int64_t before = navo::memory::live_blocks();
     { navo::Writer counted(navo::version::v1_2); }
     const int64_t total = navo::memory::allocations();
     for (int64_t n = 1; n <= total; n = n == 8 ? std::max<int64_t>(9, total - 7) : n + 1) {
-        failures.failNth(n);
+        navo::memory::reset_counters();
+        navo::memory::fail_after(n);
         std::error_code ec;
         { navo::Writer writer(navo::version::v1_2, ec); }
-        failures.off();
+        navo::memory::fail_after(0);
         EXPECT_EQ(navo::errc::out_of_memory, ec) << "allocation " << n << " of " << total;
         ASSERT_EQ(before, navo::memory::live_blocks()) << "allocation " << n << " of " << total;
     }

@@ -61,8 +61,12 @@ std::string docHeaderText(int d)
 {
     const size_t widths[] = {51, 8, 8, 8, 24, 8, 24, 24, 8, 24, 24, 1, 1, 32};
     std::string text = "<naglowek.DP>\n";
-    for (size_t i = 0; i < 14; i++)
-        text += fixed(i >= 11 && i <= 12 ? std::string(1, static_cast<char>('A' + d % 26)) : "D" + std::to_string(i + 1) + "/" + std::to_string(d), widths[i]) + "\n";
+    for (size_t i = 0; i < 14; i++) {
+        std::string line(1, static_cast<char>('A' + d % 26));
+        if (i < 11 || i > 12)
+            line = std::string("D").append(std::to_string(i + 1)).append("/").append(std::to_string(d));
+        text += fixed(line, widths[i]) + "\n";
+    }
     return text + "</naglowek.DP>\n";
 }
 

@@ -1,5 +1,5 @@
-// navo_example.h - an example NAVO file of one TOBZBA declaration and a small definition for the
-// envelope, packed and writer tests.
+// navo_example.h - the example file of the format and a small definition with its form, for the
+// packed access and writer tests.
 #ifndef NAVO_TEST_NAVO_EXAMPLE_H
 #define NAVO_TEST_NAVO_EXAMPLE_H
 
@@ -11,7 +11,7 @@
 
 namespace navo_test {
 
-// TOBZBA with the blocks it has in the embedded texts, a form without block references, and a
+// TOBZBA as in the embedded texts, a form without block references, and a
 // third form to show that the writer orders by form. Form IDs: TOBZBA 0, TOBPUSTY 1, TOBDWA 2.
 inline const char *exampleDefinition()
 {
@@ -181,20 +181,11 @@ inline int32_t fillExampleDocument(dk_Context *ctx)
     dk_DocHeader *header = nullptr;
     if (!dk_AddDocument(ctx, "TOBZBA", &doc) || !dk_GetDocHeader(ctx, "TOBZBA", doc, &header))
         return -1;
-    setLine(header->line1, "D1");
-    setLine(header->line2, "D2");
-    setLine(header->line3, "D3");
-    setLine(header->line4, "D4");
-    setLine(header->line5, "D5");
-    setLine(header->line6, "D6");
-    setLine(header->line7, "D7");
-    setLine(header->line8, "D8");
-    setLine(header->line9, "D9");
-    setLine(header->line10, "D10");
-    setLine(header->line11, "D11");
-    setLine(header->line12, "X");
-    setLine(header->line13, "X");
-    setLine(header->line14, "D14");
+    char *targets[] = {header->line1, header->line2, header->line3, header->line4,  header->line5,  header->line6,  header->line7,
+                       header->line8, header->line9, header->line10, header->line11, header->line12, header->line13, header->line14};
+    const size_t widths[] = {51, 8, 8, 8, 24, 8, 24, 24, 8, 24, 24, 1, 1, 32};
+    for (size_t i = 0; i < 14; i++)
+        std::memcpy(targets[i], padded(i == 11 || i == 12 ? "X" : "D" + std::to_string(i + 1), widths[i]).c_str(), widths[i] + 1);
     bool ok = dk_SetField(ctx, "TOBZBA", doc, "DOZCBA", 0, "DataNadania", "09122009") &&
               dk_SetField(ctx, "TOBZBA", doc, "DOZCBA", 0, "NalepkaR", "A1") &&
               dk_SetField(ctx, "TOBZBA", doc, "DIPL", 0, "Nip", "1234567890") &&
@@ -208,17 +199,14 @@ inline int32_t fillExampleDocument(dk_Context *ctx)
               dk_SetField(ctx, "TOBZBA", doc, "OPL1", 0, "DataWypelnienia", "09122009");
     if (!ok)
         return -1;
-    dk_OcrNote ocr;
-    std::memset(&ocr, 0, sizeof ocr);
-    ocr.kind = 0;
+    dk_OcrNote ocr{};
     std::strcpy(ocr.text1, "O1");
     std::strcpy(ocr.text2, "O2");
     std::strcpy(ocr.text3, "O3");
     std::strcpy(ocr.text4, "O4");
     std::strcpy(ocr.text5, "O5");
     std::strcpy(ocr.text6, "O6");
-    dk_ErrorNote error;
-    std::memset(&error, 0, sizeof error);
+    dk_ErrorNote error{};
     std::strcpy(error.text1, "E1");
     std::strcpy(error.text2, "E2");
     std::strcpy(error.text3, "E3");
@@ -241,8 +229,7 @@ inline bool fillExample(dk_Context *ctx)
     setLine(header->line5, "H5");
     if (fillExampleDocument(ctx) < 0)
         return false;
-    dk_ErrorNote note;
-    std::memset(&note, 0, sizeof note);
+    dk_ErrorNote note{};
     std::strcpy(note.text1, "F1");
     std::strcpy(note.text2, "F2");
     std::strcpy(note.text3, "F3");

@@ -2,57 +2,76 @@
 #include "test_support.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
-#include <dirent.h>
+#include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
-#include <stdexcept>
 #include <sys/stat.h>
-#include <unistd.h>
+
+namespace fs = std::filesystem;
 
 namespace navo_test {
 
+namespace {
+#if defined(_WIN32)
+const char *const kTempVariables[] = {"TMP", "TEMP", "TMPDIR"};
+#else
+const char *const kTempVariables[] = {"TMPDIR"};
+#endif
+}  // namespace
+
+void setEnv(const char *name, const char *value)
+{
+#if defined(_WIN32)
+    _putenv_s(name, value != nullptr ? value : "");
+#else
+    if (value != nullptr)
+        setenv(name, value, 1);
+    else
+        unsetenv(name);
+#endif
+}
+
 ScopedTempDir::ScopedTempDir()
 {
-    const char *base = std::getenv("TMPDIR");
-    if (base != nullptr) {
-        hadTmpdir_ = true;
-        oldTmpdir_ = base;
+    std::random_device random;
+    fs::path base = fs::temp_directory_path();
+    for (int attempt = 0; path_.empty(); attempt++) {
+        fs::path candidate = base / ("navo-test-" + std::to_string(random()));
+        if (fs::create_directory(candidate))
+            path_ = candidate.generic_string();
+        if (attempt > 100)
+            throw std::runtime_error("no temporary directory");
     }
-    std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/navo-test-XXXXXX";
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    if (mkdtemp(buffer.data()) == nullptr)
-        throw std::runtime_error("mkdtemp failed");
-    path_ = buffer.data();
-    setenv("TMPDIR", path_.c_str(), 1);
+    for (const char *name : kTempVariables) {
+        const char *old = std::getenv(name);
+        saved_.emplace_back(name, old != nullptr ? old : "\1");
+        setEnv(name, path_.c_str());
+    }
 }
 
 ScopedTempDir::~ScopedTempDir()
 {
-    for (const std::string &name : entries())
-        std::remove((path_ + "/" + name).c_str());
-    rmdir(path_.c_str());
-    if (hadTmpdir_)
-        setenv("TMPDIR", oldTmpdir_.c_str(), 1);
-    else
-        unsetenv("TMPDIR");
+    for (const auto &[name, value] : saved_)
+        setEnv(name.c_str(), value == "\1" ? nullptr : value.c_str());
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
 }
 
 std::vector<std::string> ScopedTempDir::entries() const
 {
     std::vector<std::string> names;
-    DIR *dir = opendir(path_.c_str());
-    if (dir == nullptr)
-        return names;
-    while (struct dirent *entry = readdir(dir)) {
-        std::string name = entry->d_name;
-        if (name != "." && name != "..")
-            names.push_back(name);
-    }
-    closedir(dir);
+    for (const fs::directory_entry &entry : fs::directory_iterator(path_))
+        names.push_back(entry.path().filename().string());
     std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::vector<std::string> ScopedTempDir::spoolFiles() const
+{
+    std::vector<std::string> names = entries();
+    std::erase_if(names, [](const std::string &name) { return name.rfind("P2_", 0) != 0; });
     return names;
 }
 
@@ -70,21 +89,61 @@ void writeFile(const std::string &path, const std::string &bytes)
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-bool fileExists(const std::string &path)
+int openDescriptors()
 {
-    struct stat info;
-    return stat(path.c_str(), &info) == 0;
+#if defined(__linux__)
+    int count = 0;
+    for ([[maybe_unused]] const fs::directory_entry &entry : fs::directory_iterator("/proc/self/fd"))
+        count++;
+    return count;
+#else
+    return -1;
+#endif
 }
 
-void releaseRefusedContext(dk_Context *&ctx)
+int permissions(const std::string &path)
 {
-    if (ctx == nullptr)
+#if defined(_WIN32)
+    (void)path;
+    return -1;
+#else
+    struct stat info;
+    return stat(path.c_str(), &info) == 0 ? static_cast<int>(info.st_mode & 0777) : -2;
+#endif
+}
+
+dk_Context *makeContext(const char *definition, int32_t poolCapacity)
+{
+    dk_Context *ctx = nullptr;
+    EXPECT_EQ(1, dk_Init(&ctx));
+    EXPECT_EQ(1, dk_dfLoadDefinition(ctx->definitions, ctx->dictionary, definition));
+    EXPECT_EQ(1, dk_InitDocuments(ctx, poolCapacity));
+    return ctx;
+}
+
+void destroyContext(dk_Context *&ctx)
+{
+    if (ctx == nullptr || dk_Destroy(&ctx) == 1)
         return;
-    if (ctx->filePool != nullptr) {
-        dk_Free(ctx->filePool->blocks);
-        dk_Free(ctx->filePool);
+    // dk_Destroy refuses a context without tables; a host gives it a definition and tables.
+    if (ctx->dictionary != nullptr && ctx->dictionary->buckets != nullptr && ctx->definitions != nullptr) {
+        if (ctx->definitions->count == 0 || ctx->definitions->items[0].formCount == 0) {
+            while (ctx->definitions->count > 0)
+                dk_dfDestroyDefinition(ctx->definitions, 0);
+            dk_sdDestroy(&ctx->dictionary);
+            dk_sdInit(&ctx->dictionary, 400);
+            dk_dfLoadDefinition(ctx->definitions, ctx->dictionary, "Wersja 0\n\n[F, F]\n\n");
+        }
+        if (ctx->documentLists == nullptr)
+            dk_InitDocuments(ctx, 1);
+        if (dk_Destroy(&ctx) == 1)
+            return;
     }
+    // A context dk_Init could not finish: taken down part by part.
     dk_Free(ctx->documentLists);
+    if (ctx->filePool != nullptr)
+        dk_Free(ctx->filePool->blocks);
+    dk_Free(ctx->filePool);
     dk_Free(ctx->footer.notes);
     dk_dfDestroy(&ctx->definitions);
     dk_sdDestroy(&ctx->dictionary);
@@ -92,16 +151,43 @@ void releaseRefusedContext(dk_Context *&ctx)
     ctx = nullptr;
 }
 
-dk_Context *contextWithDefinition(const std::string &text, int32_t poolCapacity)
+std::string field(dk_Context *ctx, const char *form, int32_t doc, const char *block, int32_t record, const char *name)
 {
-    dk_Context *ctx = nullptr;
-    if (!dk_Init(&ctx))
-        return nullptr;
-    if (!dk_dfLoadDefinition(ctx->definitions, ctx->dictionary, text.c_str()) ||
-        !dk_InitDocuments(ctx, poolCapacity)) {
-        return ctx;  // the caller's assertions show which step is missing
-    }
-    return ctx;
+    char out[128];
+    if (!dk_GetField(ctx, form, doc, block, record, name, out, sizeof out))
+        return "<fail>";
+    return out;
+}
+
+int64_t sweepAllocations(const Scenario &scenario, const ScopedTempDir &tmp)
+{
+    const int64_t live = navo::memory::live_blocks();
+    auto runOnce = [&](int64_t n) {
+        SCOPED_TRACE(n == 0 ? std::string("clean run") : "allocation " + std::to_string(n) + " fails");
+        scenario.setup();
+        navo::memory::reset_counters();
+        navo::memory::fail_after(n);
+        const int32_t result = scenario.act();
+        navo::memory::fail_after(0);
+        const int64_t made = navo::memory::allocations();
+        scenario.check(result, n);
+        scenario.teardown();
+        EXPECT_EQ(live, navo::memory::live_blocks()) << "leak";
+        EXPECT_EQ(std::vector<std::string>{}, tmp.spoolFiles()) << "spool files left behind";
+        return made;
+    };
+    const int64_t count = runOnce(0);
+    for (int64_t n = 1; n <= count && !::testing::Test::HasFatalFailure(); n++)
+        runOnce(n);
+    return count;
+}
+
+uint32_t fnv1a(const std::string &text)
+{
+    uint32_t hash = 2166136261u;
+    for (unsigned char c : text)
+        hash = (hash ^ c) * 16777619u;
+    return hash;
 }
 
 }  // namespace navo_test

@@ -1,8 +1,12 @@
-// test_support.h - helpers shared by the test programs: failure injection, temp dirs, files.
+// test_support.h - what every test program shares: a private temporary directory, file helpers,
+// resource counts, contexts, and the one failure-injection sweep all areas use.
 #ifndef NAVO_TEST_SUPPORT_H
 #define NAVO_TEST_SUPPORT_H
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -11,18 +15,8 @@
 
 namespace navo_test {
 
-// Switches allocation-failure injection off again however a test ends.
-class FailureInjection {
-public:
-    FailureInjection() { navo::memory::reset_counters(); }
-    ~FailureInjection() { navo::memory::fail_after(0, 0); }
-    FailureInjection(const FailureInjection &) = delete;
-    FailureInjection &operator=(const FailureInjection &) = delete;
-    void failNth(int64_t n, bool sticky = false) { navo::memory::fail_after(n, sticky ? 1 : 0); }
-    void off() { navo::memory::fail_after(0, 0); }
-};
-
-// A private directory used as TMPDIR for the lifetime of the object; removed with its content.
+// A private directory that is the library's directory for temporary files (TMPDIR; TMP and TEMP
+// on Windows) while the object lives; removed with its content at the end.
 class ScopedTempDir {
 public:
     ScopedTempDir();
@@ -30,24 +24,46 @@ public:
     ScopedTempDir(const ScopedTempDir &) = delete;
     ScopedTempDir &operator=(const ScopedTempDir &) = delete;
     const std::string &path() const { return path_; }
-    std::vector<std::string> entries() const;  // names in the directory, sorted
+    std::string file(const std::string &name) const { return path_ + "/" + name; }
+    std::vector<std::string> entries() const;     // every name in the directory, sorted
+    std::vector<std::string> spoolFiles() const;  // names beginning with P2_, sorted
 private:
     std::string path_;
-    std::string oldTmpdir_;
-    bool hadTmpdir_ = false;
+    std::vector<std::pair<std::string, std::string>> saved_;  // variable, old value ("\1" = unset)
 };
 
 std::string readFile(const std::string &path);
 void writeFile(const std::string &path, const std::string &bytes);
-bool fileExists(const std::string &path);
+void setEnv(const char *name, const char *value);  // null value: unset
 
-// Takes down, part by part, a context that dk_Destroy refuses (no tables: the interface offers the
-// host no call for it), so that the test leaks nothing; sets `ctx` to null.
-void releaseRefusedContext(dk_Context *&ctx);
+// Open file descriptors of the process (-1 where the system cannot tell).
+int openDescriptors();
+// Permission bits of a file (-1 where the system has no POSIX modes).
+int permissions(const std::string &path);
 
-// Loads `text` as a definition into a fresh context and prepares the document tables.
-// Returns the context, or null when a step fails.
-dk_Context *contextWithDefinition(const std::string &text, int32_t poolCapacity = 10);
+// A context with `definition` loaded and tables of the given pool capacity (fails the test
+// otherwise); released by destroyContext, which also releases a context dk_Destroy refuses.
+dk_Context *makeContext(const char *definition, int32_t poolCapacity = 10);
+void destroyContext(dk_Context *&ctx);
+
+std::string field(dk_Context *ctx, const char *form, int32_t doc, const char *block, int32_t record,
+                  const char *name);  // "<fail>" when the call fails
+
+// Failure injection done one way for every area. `setup` builds the state (not injected), `act`
+// runs the step under test, `check(result, n)` states what must hold after a clean run (n = 0) or
+// with the n-th allocation of `act` failing, `teardown` releases the state. The clean run counts
+// the allocations of `act`; then each of them fails in turn, and after every run live blocks are
+// back where they were before `setup` and no spool file is left in `tmp`. Returns the count.
+struct Scenario {
+    std::function<void()> setup = [] {};
+    std::function<int32_t()> act;
+    std::function<void(int32_t result, int64_t n)> check;
+    std::function<void()> teardown = [] {};
+};
+int64_t sweepAllocations(const Scenario &scenario, const ScopedTempDir &tmp);
+
+// FNV-1a of a text, for fingerprints of the embedded definitions.
+uint32_t fnv1a(const std::string &text);
 
 }  // namespace navo_test
 
