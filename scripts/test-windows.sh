@@ -17,7 +17,7 @@ export WINEDEBUG=-all WINEPREFIX="$PWD/build/wine-prefix" WINEDLLOVERRIDES="msco
 echo "cross build of the suite with MinGW-w64 into $build"
 cmake -S . -B "$build" \
   -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/mingw-w64-x86_64.cmake" \
-  -DCMAKE_BUILD_TYPE=Release -DNAVO_TESTS=ON -DNAVO_EXAMPLES=OFF -DNAVO_WERROR=ON \
+  -DCMAKE_BUILD_TYPE=Release -DNAVO_TESTS=ON -DNAVO_EXAMPLES=OFF -DNAVO_TOOLS=OFF -DNAVO_WERROR=ON \
   -DCMAKE_CROSSCOMPILING_EMULATOR="$wine" >/dev/null
 cmake --build "$build" -j "$jobs"
 
