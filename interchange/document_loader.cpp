@@ -11,6 +11,7 @@
 #include "interchange/format.hpp"
 #include "interchange/scanner.hpp"
 #include "store/document_tables.hpp"
+#include "store/record_appender.hpp"
 
 namespace navo::interchange {
 
@@ -53,9 +54,11 @@ public:
     SectionResult load(std::string_view section) noexcept;
 
 private:
+    // A batch of records the spool file refused fails the section as the literal add that met
+    // the refusal would have, earlier than any later failure (docs/decisions.md).
     SectionResult fail(std::int32_t code) noexcept
     {
-        raise_error(code);
+        raise_error(appender_.settle() ? code : navo::status::bad_block_size);
         return SectionResult::failed;
     }
     std::string_view tag() const noexcept { return text_of(tag_); }
@@ -85,6 +88,7 @@ private:
     bool repeatSeen_ = false;
     std::int32_t recordIndex_ = 0;
     store::Target target_;  // the form and the new document; per element, its block
+    store::RecordAppender appender_;
 };
 
 // "<naglowek.DP>", the header text of exactly its length, cut into lines.
@@ -154,7 +158,7 @@ std::int32_t Section::block_element() noexcept
     if (t.repeating) {
         if (!repeatSeen_)
             repeatSeen_ = true;
-        else if (!dk_AddBlock(&ctx_, form_.data(), docIndex_, block_.data(), &recordIndex_))
+        else if (!appender_.add(ctx_, form_.data(), docIndex_, block_.data(), t, recordIndex_))
             return navo::status::bad_block_size;
     }
     fill_record();
@@ -240,11 +244,14 @@ SectionResult Section::load(std::string_view section) noexcept
             break;
         const std::int32_t code = block_element();
         if (code == tag_too_long)
-            return SectionResult::failed;
+            return appender_.settle() ? SectionResult::failed : fail(navo::status::bad_block_size);
         if (code != navo::status::none)
             return fail(code);
     }
 
+    // The records reach the spool file before anything else can fail or the host can look.
+    if (!appender_.settle())
+        return fail(navo::status::bad_block_size);
     if (const std::int32_t code = footer(); code != navo::status::none)
         return fail(code);
 

@@ -1,0 +1,236 @@
+// test_fast_paths.cpp - the batched, bulk and guessed paths of load, field access and save keep what a host sees.
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "interchange/document_loader.hpp"
+#include "navo.h"
+#include "navo_builder.h"
+#include "test_support.h"
+
+using navo_test::BlockLayout;
+
+namespace {
+
+const navo_test::Layouts &layouts13()
+{
+    static const navo_test::Layouts layouts(GetDefTXT_1_3());
+    return layouts;
+}
+
+constexpr const char *form = "TOBRCA";
+
+// Position of the first repeating block of `form` and its layout.
+size_t repeatingIndex()
+{
+    const std::vector<BlockLayout> &blocks = layouts13().form(form);
+    for (size_t b = 0; b < blocks.size(); b++) {
+        if (blocks[b].repeating)
+            return b;
+    }
+    return blocks.size();
+}
+
+const BlockLayout &repeating()
+{
+    return layouts13().form(form).at(repeatingIndex());
+}
+
+// The record bytes a filled record r of the repeating block holds: its sample values side by side.
+std::string recordBytes(int r)
+{
+    std::string bytes;
+    const BlockLayout &block = repeating();
+    for (size_t f = 0; f < block.fields.size(); f++)
+        bytes += navo_test::sampleValue(0, static_cast<int>(repeatingIndex()), r, static_cast<int>(f), block.fields[f].second);
+    return bytes;
+}
+
+// A file with one document of `form` whose repeating block has `records` records.
+std::string fileWith(int records)
+{
+    std::vector<int> counts(layouts13().form(form).size(), 1);
+    counts[repeatingIndex()] = records;
+    return navo_test::fileText("1.3", navo_test::sectionText(layouts13(), form, 0, counts));
+}
+
+// The line the loader stands on after the closing tag of record `r` of the repeating block.
+int32_t lineOfRecordEnd(const std::string &text, int r)
+{
+    const std::string closing = "</" + repeating().tag + ">";
+    size_t at = 0;
+    for (int i = 0; i <= r; i++)
+        at = text.find(closing, i == 0 ? 0 : at + 1);
+    return 1 + static_cast<int32_t>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(at), '\n'));
+}
+
+struct Seen {
+    std::vector<int32_t> errors;
+    std::function<int32_t(dk_Context *)> onDocument;
+};
+Seen *seen = nullptr;
+
+void onError(void *, int32_t code) { seen->errors.push_back(code); }
+
+int32_t NAVO_CALL onDocument(dk_Context *ctx, const char *, int32_t)
+{
+    return seen->onDocument ? seen->onDocument(ctx) : 0;
+}
+
+class FastPaths : public ::testing::Test {
+protected:
+    navo_test::ScopedTempDir tmp;
+    dk_Context *ctx = nullptr;
+    Seen trace;
+    navo::interchange::LoadObserver observer{onError, nullptr, nullptr};
+
+    void SetUp() override
+    {
+        ASSERT_EQ(1, dk_Init(&ctx));
+        seen = &trace;
+        navo::interchange::set_load_observer(&observer);
+        dk_UstawCallBack(onDocument);
+    }
+    void TearDown() override
+    {
+        dk_UstawCallBack(nullptr);
+        navo::interchange::set_load_observer(nullptr);
+        seen = nullptr;
+        if (ctx != nullptr && !dk_Destroy(&ctx))
+            navo_test::releaseRefusedContext(ctx);
+        EXPECT_EQ(std::vector<std::string>{"input.navo"}, tmp.entries()) << "spool files left behind";
+    }
+    std::string input() const { return tmp.path() + "/input.navo"; }
+    int32_t load(const std::string &bytes)
+    {
+        navo_test::writeFile(input(), bytes);
+        return dk_LoadNAVO(ctx, input().c_str());
+    }
+    // The repeating block's store of the document the callback is handed.
+    static dk_lfBlock &store(dk_Context *c)
+    {
+        int32_t id = -1;
+        dk_sdGetID(c->dictionary, form, &id);
+        return *c->documentLists[id].documents[0].blocks[repeatingIndex()];
+    }
+};
+
+// ---- the batched spool writes of a load ---------------------------------------------------------
+
+// At the callback the spool file holds every record but the last filled and the last blank; the
+// cache holds the last filled and dirty; every field reads back. Counts around the batch sizes.
+TEST_F(FastPaths, SpoolAtTheCallbackIsThatOfOneAddPerRecord)
+{
+    const size_t length = recordBytes(0).size();
+    for (int records : {1, 2, 3, 54, 55, 56, 57, 64, 65, 66, 130, 300}) {
+        SCOPED_TRACE(records);
+        int calls = 0;
+        trace.onDocument = [&](dk_Context *c) -> int32_t {
+            calls++;
+            dk_lfBlock &s = store(c);
+            EXPECT_EQ(records, s.recordCount);
+            EXPECT_EQ(records - 1, s.currentRecord);
+            EXPECT_EQ(1, s.dirty);
+            std::string expected;
+            for (int r = 0; r + 1 < records; r++)
+                expected += recordBytes(r);
+            expected += std::string(length, ' ');
+            EXPECT_EQ(expected, navo_test::readFile(s.path));
+            for (int r = records; r-- > 0;) {  // backwards: every read moves the cursor
+                const std::string bytes = recordBytes(r);
+                size_t offset = 0;
+                for (const auto &[name, width] : repeating().fields) {
+                    char out[512];
+                    EXPECT_EQ(1, dk_GetField(c, form, 0, repeating().tag.c_str(), r, name.c_str(), out, sizeof out));
+                    EXPECT_EQ(bytes.substr(offset, static_cast<size_t>(width)), out);
+                    offset += static_cast<size_t>(width);
+                }
+            }
+            return 0;
+        };
+        EXPECT_EQ(1, load(fileWith(records)));
+        EXPECT_EQ(1, calls);
+        EXPECT_EQ(std::vector<int32_t>{}, trace.errors);
+    }
+}
+
+// A spool file the system refuses to grow (a file size limit stands in for a full disk) fails the
+// section with 7 and the load with 5, at the line of the record whose add met the limit, whatever
+// batch that record falls in; nothing is left behind, and the same file loads once the limit goes.
+TEST_F(FastPaths, FullSpoolFailsAtTheLineOfTheRefusedAdd)
+{
+    const size_t length = recordBytes(0).size();
+    const int records = 200;
+    const std::string text = fileWith(records);
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    struct sigaction old {};
+    ASSERT_EQ(0, sigaction(SIGXFSZ, &ignore, &old));
+    rlimit before{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &before));
+    navo_test::writeFile(input(), text);
+    for (size_t limitRecords : {1ul, 2ul, 3ul, 40ul, 55ul, 56ul, 57ul, 120ul, 199ul}) {
+        for (size_t extra : {0ul, length / 2}) {
+            const size_t limit = limitRecords * length + extra;
+            SCOPED_TRACE(limit);
+            trace.errors.clear();
+            int calls = 0;
+            trace.onDocument = [&](dk_Context *) { return calls++, 0; };
+            rlimit small = before;
+            small.rlim_cur = limit;
+            ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &small));
+            const int32_t result = dk_LoadNAVO(ctx, input().c_str());
+            const int32_t line = dk_GetNAVOLine();
+            ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &before));
+            EXPECT_EQ(0, result);
+            EXPECT_EQ((std::vector<int32_t>{7, 5}), trace.errors);
+            EXPECT_EQ(0, calls);
+            // Record k's add is the first write that reaches past k × length.
+            EXPECT_EQ(lineOfRecordEnd(text, static_cast<int>(limit / length)), line);
+        }
+    }
+    ASSERT_EQ(0, sigaction(SIGXFSZ, &old, nullptr));
+    trace.errors.clear();
+    trace.onDocument = nullptr;
+    EXPECT_EQ(1, dk_LoadNAVO(ctx, input().c_str()));
+}
+
+// Memory failing at every allocation of a multi-batch load: each failure ends the load with a
+// code and leaves no spool file behind (leaks are the sanitizer runs' to find), and every load that reaches the callback finds
+// the spool as one add per record leaves it.
+TEST_F(FastPaths, LoadUnderEveryAllocationFailure)
+{
+    const int records = 60;
+    navo_test::writeFile(input(), fileWith(records));
+    std::string expected;
+    for (int r = 0; r + 1 < records; r++)
+        expected += recordBytes(r);
+    expected += std::string(recordBytes(0).size(), ' ');
+    trace.onDocument = [&](dk_Context *c) -> int32_t {
+        EXPECT_EQ(expected, navo_test::readFile(store(c).path));
+        return 0;
+    };
+    navo_test::FailureInjection inject;
+    for (int64_t n = 1;; n++) {
+        SCOPED_TRACE(n);
+        trace.errors.clear();
+        inject.failNth(n);
+        const int32_t result = dk_LoadNAVO(ctx, input().c_str());
+        inject.off();
+        if (result == 1 && trace.errors.empty())
+            break;
+        EXPECT_EQ(0, result);
+        EXPECT_NE(0, dk_GetNAVOError());
+        EXPECT_EQ(std::vector<std::string>{"input.navo"}, tmp.entries());
+        ASSERT_LT(n, 10000);
+    }
+}
+
+}  // namespace
