@@ -13,6 +13,7 @@
 #include "interchange/document_loader.hpp"
 #include "navo.h"
 #include "navo_builder.h"
+#include "platform/text_stream.hpp"
 #include "test_support.h"
 
 using navo_test::BlockLayout;
@@ -231,6 +232,83 @@ TEST_F(FastPaths, LoadUnderEveryAllocationFailure)
         EXPECT_EQ(std::vector<std::string>{"input.navo"}, tmp.entries());
         ASSERT_LT(n, 10000);
     }
+}
+
+// ---- the buffered input of a load ----------------------------------------------------------
+
+// What fgets(line, 200, stream) finds on the text stream, counted the way the loader tells hosts:
+// one more than the calls that give a line.
+int32_t fgetsCalls(const std::string &path)
+{
+    navo::platform::File stream = navo::platform::open_text_stream(path.c_str(), "rt");
+    char line[200];
+    int32_t calls = 0;
+    do
+        calls++;
+    while (std::fgets(line, sizeof line, stream.get()) != nullptr);
+    return calls;
+}
+
+// Line counts on inputs built to hit the piece size of 199, LF and CR LF line ends, lone CRs,
+// TABs, a 0x1A and the input buffer's edges.
+TEST_F(FastPaths, LineCountIsThatOfFgetsCalls)
+{
+    std::vector<std::string> inputs = {"", "\n", "a", "a\n", std::string(198, 'x') + "\n", std::string(199, 'x') + "\n",
+                                       std::string(200, 'x'), std::string(398, 'x'), std::string(199, 'x'),
+                                       std::string(597, 'x') + "\n\n", "a\r\nb\rc\r", "ab\x1a\ncd\n\n",
+                                       std::string(500, '\t') + "\n"};
+    std::string big;
+    for (int i = 0; big.size() < 200000; i++)
+        big += std::string(static_cast<size_t>(i * 37 % 450), i % 5 == 0 ? '\t' : 'y') + (i % 3 == 0 ? "\r\n" : "\n");
+    inputs.push_back(big);
+    inputs.push_back(big + "tail");
+    inputs.push_back(big.substr(0, 32767) + "\r\n" + big);
+    inputs.push_back(fileWith(120));
+    inputs.push_back(navo_test::toCrLf(fileWith(120)));
+    for (const std::string &text : inputs) {
+        SCOPED_TRACE(text.size());
+        load(text);
+        EXPECT_EQ(fgetsCalls(input()), i_lLinii);
+    }
+}
+
+// Loads of a valid file as LF, CR LF, with TABs, a 0x1A and a long line, each cut at many points
+// (the input buffer's edge among them): result, code, line, line count and callbacks of every
+// case, folded into one digest. The digest is that of the loader reading one getc at a time.
+TEST_F(FastPaths, CutAndTranslatedInputsGiveTheSameCodesAndLines)
+{
+    std::string plain = fileWith(120);
+    const size_t section = plain.find("<" + std::string(form) + ".DP>");
+    plain.insert(section, std::string(450, 'z') + "\n");
+    std::string tabbed;
+    for (size_t i = 0; i < plain.size(); i++)
+        tabbed += (i % 53 == 0 ? "\t" : "") + std::string(1, plain[i]);
+    std::string stopped = plain;
+    stopped[plain.size() * 2 / 3] = '\x1a';
+    std::string crs = plain;
+    crs.insert(plain.size() / 2, "\r");
+    const std::string variants[] = {plain, navo_test::toCrLf(plain), tabbed, stopped, crs};
+    int calls = 0;
+    trace.onDocument = [&](dk_Context *) { return calls++, 0; };
+    uint64_t digest = 1469598103934665603ull;
+    int cases = 0;
+    for (const std::string &variant : variants) {
+        std::vector<size_t> cuts = {variant.size(), 32767, 32768, 32769};
+        for (size_t k = 1; k < 60; k++)
+            cuts.push_back(variant.size() * k / 60);
+        for (size_t cut : cuts) {
+            calls = 0;
+            trace.errors.clear();
+            const int32_t result = load(variant.substr(0, cut));
+            for (int64_t value : {int64_t{result}, int64_t{dk_GetNAVOError()}, int64_t{dk_GetNAVOLine()},
+                                  int64_t{i_lLinii}, int64_t{calls}, static_cast<int64_t>(trace.errors.size())}) {
+                digest = (digest ^ static_cast<uint64_t>(value)) * 1099511628211ull;
+            }
+            cases++;
+        }
+    }
+    EXPECT_EQ(315, cases);
+    EXPECT_EQ(7020175453844446487ull, digest);
 }
 
 }  // namespace
