@@ -92,11 +92,21 @@ long long read_text(TextCookie &cookie, char *buffer, std::size_t size) noexcept
         // LF in its place comes to; no byte is looked at twice. Bytes whose follower is in this
         // run are decided here, without a branch per byte.
         const std::size_t last = limit == end && limit > n ? limit - 1 : limit;
+        // The runs between CRs stay as they are (moved down once a CR was dropped before them),
+        // found by memchr; only a CR itself is looked at with the byte behind it.
         std::size_t o = n;
-        for (std::size_t i = n; i < last; i++) {
-            const char c = buffer[i];
-            buffer[o] = c;
-            o += static_cast<std::size_t>(!(c == '\r' && buffer[i + 1] == '\n'));
+        for (std::size_t i = n; i < last;) {
+            const auto *cr = static_cast<const char *>(std::memchr(buffer + i, '\r', last - i));
+            const std::size_t runEnd = cr != nullptr ? static_cast<std::size_t>(cr - buffer) : last;
+            if (o != i)
+                std::memmove(buffer + o, buffer + i, runEnd - i);
+            o += runEnd - i;
+            i = runEnd;
+            if (i == last)
+                break;
+            if (buffer[i + 1] != '\n')
+                buffer[o++] = '\r';
+            i++;
         }
         if (last < limit) {
             char c = buffer[last];
