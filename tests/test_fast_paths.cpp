@@ -414,4 +414,94 @@ TEST_F(FastPaths, FieldCopiesFillCutAndTerminate)
     EXPECT_EQ(1, dk_Destroy(&c));
 }
 
+// ---- the save's direct walk of the store --------------------------------------------------------
+
+// A host stream that takes writes while they fit `budget` bytes, then refuses every write, as a
+// full disk does; unbuffered, so each write of the library reaches it as made.
+struct Budget {
+    std::string bytes;
+    size_t budget;
+    bool full = false;
+};
+
+ssize_t budgetWrite(void *cookie, const char *buffer, size_t size)
+{
+    auto &sink = *static_cast<Budget *>(cookie);
+    sink.full = sink.full || sink.bytes.size() + size > sink.budget;
+    if (sink.full)
+        return -1;
+    sink.bytes.append(buffer, size);
+    return static_cast<ssize_t>(size);
+}
+
+// Two documents of `form` on a pool of one stream, their repeating blocks filled record by record
+// and then touched out of order, so that a save meets dirty caches, cursors in the middle and
+// evicted spool files.
+dk_Context *contextForSave()
+{
+    dk_Context *c = navo_test::contextWithDefinition(GetDefTXT_1_3(), 1);
+    if (c == nullptr)
+        return nullptr;
+    const std::string tag = repeating().tag;
+    for (int d = 0; d < 2; d++) {
+        int32_t doc = -1;
+        dk_AddDocument(c, form, &doc);
+        for (int r = 0; r < 30; r++) {
+            int32_t record = -1;
+            if (r > 0)
+                dk_AddBlock(c, form, doc, tag.c_str(), &record);
+            for (const auto &[name, width] : repeating().fields)
+                dk_SetField(c, form, doc, tag.c_str(), r, name.c_str(), (name + std::to_string(d * 100 + r)).c_str());
+        }
+    }
+    for (int r : {7, 3, 29, 11})
+        dk_SetField(c, form, r % 2, tag.c_str(), r, repeating().fields[2].first.c_str(), "TOUCHED");
+    return c;
+}
+
+// dk_SaveDocument of both documents on host streams that refuse writes from many points on: the
+// bytes taken, the results, the cursors, flags and spool files afterwards, folded into a digest,
+// are those of the save that asked dk_GetField for every field.
+TEST_F(FastPaths, SaveWalkKeepsBytesCursorsSpoolsAndStops)
+{
+    uint64_t digest = 1469598103934665603ull;
+    const auto fold = [&](uint64_t value) { digest = (digest ^ value) * 1099511628211ull; };
+    const auto foldText = [&](const std::string &text) {
+        for (unsigned char ch : text)
+            fold(ch);
+        fold(text.size());
+    };
+    int cases = 0;
+    for (size_t budget : {0ul, 1ul, 9ul, 200ul, 1000ul, 4095ul, 4096ul, 9000ul, 15000ul, 20000ul, 33333ul, 1ul << 30}) {
+        SCOPED_TRACE(budget);
+        dk_Context *c = contextForSave();
+        ASSERT_NE(nullptr, c);
+        Budget sink{{}, budget, false};
+        cookie_io_functions_t functions{};
+        functions.write = budgetWrite;
+        FILE *stream = fopencookie(&sink, "w", functions);
+        ASSERT_NE(nullptr, stream);
+        setvbuf(stream, nullptr, _IONBF, 0);
+        for (int32_t doc : {1, 0})
+            fold(static_cast<uint64_t>(dk_SaveDocument(c, form, doc, stream, 1)));
+        std::fclose(stream);
+        foldText(sink.bytes);
+        int32_t id = -1;
+        dk_sdGetID(c->dictionary, form, &id);
+        for (int32_t doc : {0, 1}) {
+            const dk_lfBlock &s = *c->documentLists[id].documents[doc].blocks[repeatingIndex()];
+            fold(static_cast<uint64_t>(s.currentRecord));
+            fold(static_cast<uint64_t>(s.dirty));
+            fold(s.file != nullptr);
+            for (int32_t f = 0; f < static_cast<int32_t>(repeating().fields.size()); f++)
+                fold(static_cast<uint64_t>(s.fields[f].loaded * 2 + s.fields[f].dirty));
+            foldText(navo_test::readFile(s.path));
+        }
+        EXPECT_EQ(1, dk_Destroy(&c));
+        cases++;
+    }
+    EXPECT_EQ(12, cases);
+    EXPECT_EQ(15535035520258934318ull, digest);
+}
+
 }  // namespace
