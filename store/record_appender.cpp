@@ -80,15 +80,14 @@ bool RecordAppender::add(dk_Context &ctx, const char *form, std::int32_t docInde
     if (pending_ == 0)
         first_ = store.currentRecord;
     lines_[pending_++] = i_lNumerLinii;
-    // The store as the literal add leaves it: the cursor on the new record, blank and saved.
+    // The store as the literal add leaves it: the cursor on the new record, saved. The literal add
+    // also blanked the slots; the loader fills every one of them in full before anything else can
+    // look (docs/decisions.md), so they keep the old bytes until then.
     store.currentRecord = store.recordCount;
     store.recordCount++;
     forget_record(store);
-    for (std::int32_t i = 0; i < block_->fieldCount; i++) {
-        dk_lfField &slot = store.fields[i];
-        std::memset(slot.text, blank, static_cast<std::size_t>(block_->fields[i].width));
-        slot.dirty = 0;
-    }
+    for (std::int32_t i = 0; i < block_->fieldCount; i++)
+        store.fields[i].dirty = 0;
     store.dirty = 0;
     out = store.currentRecord;
     return pending_ < room_ || write_pending();

@@ -23,8 +23,9 @@ public:
     RecordAppender &operator=(const RecordAppender &) = delete;
 
     // dk_AddBlock(ctx, form, docIndex, block, out) for `target` as find_block found it for that
-    // tag. False where that call would fail, or where the pending records could not be written;
-    // then i_lNumerLinii is the line at which the refused add would have been made.
+    // tag, for a caller that fills every slot of the new record in full right after it (the new
+    // record's slots are not blanked). False where that call would fail, or where the pending
+    // records could not be written; then i_lNumerLinii is the line of the refused add.
     bool add(dk_Context &ctx, const char *form, std::int32_t docIndex, const char *block, const Target &target,
              std::int32_t &out) noexcept;
 
