@@ -504,4 +504,46 @@ TEST_F(FastPaths, SaveWalkKeepsBytesCursorsSpoolsAndStops)
     EXPECT_EQ(15535035520258934318ull, digest);
 }
 
+// dk_SaveNAVO writes a record at a time to its own stream: refused from many points on (a file size
+// limit standing in for a full disk) it fails with 0 wherever the file came out short, and nothing
+// is lost: the next save writes the file a fresh context writes, byte for byte.
+TEST_F(FastPaths, SaveNAVOOnAFullFileFailsAndLosesNothing)
+{
+    const std::string out = tmp.path() + "/input.navo";
+    dk_Context *fresh = contextForSave();
+    ASSERT_NE(nullptr, fresh);
+    dk_SetDefaultNAVOProlog(fresh, "1.3");
+    ASSERT_EQ(1, dk_SaveNAVO(fresh, out.c_str(), 1));
+    const std::string expected = navo_test::readFile(out);
+    EXPECT_EQ(1, dk_Destroy(&fresh));
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    struct sigaction old {};
+    ASSERT_EQ(0, sigaction(SIGXFSZ, &ignore, &old));
+    rlimit before{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &before));
+    // Limits above a spool file's size (30 records), so that only the saved file meets them.
+    for (size_t limit : {9000ul, 12000ul, 16385ul, 20000ul, 24577ul, 30000ul}) {
+        SCOPED_TRACE(limit);
+        dk_Context *c = contextForSave();
+        ASSERT_NE(nullptr, c);
+        dk_SetDefaultNAVOProlog(c, "1.3");
+        rlimit small = before;
+        small.rlim_cur = limit;
+        ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &small));
+        const int32_t result = dk_SaveNAVO(c, out.c_str(), 1);
+        ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &before));
+        // Whatever reached the file is the start of the whole; a limit the save meets fails it.
+        const std::string partial = navo_test::readFile(out);
+        EXPECT_EQ(0, expected.compare(0, partial.size(), partial));
+        if (partial.size() < expected.size()) {
+            EXPECT_EQ(0, result);
+        }
+        EXPECT_EQ(1, dk_SaveNAVO(c, out.c_str(), 1));
+        EXPECT_EQ(expected, navo_test::readFile(out));
+        EXPECT_EQ(1, dk_Destroy(&c));
+    }
+    ASSERT_EQ(0, sigaction(SIGXFSZ, &old, nullptr));
+}
+
 }  // namespace
