@@ -307,57 +307,53 @@ int BulkInput::next() noexcept
     }
 }
 
-// The bytes before the '<' go to the text run by run between LFs: memchr finds the '<' and the
-// LFs, memcpy copies, and a TAB (rare in a NAVO file) sends its run through a byte loop. The text
-// grows before each run, so a failed growth leaves the line counter where the byte-wise read would
-// have left it (no LF lies inside a run).
+// The bytes before the '<' (found by memchr) go to the text in one pass that drops TABs and counts
+// LFs; the text grows once per buffer run instead of once per character. When it cannot grow, the
+// pass stops where the byte-wise read stopped: at the character that found the text full, with
+// the LFs before it counted.
 bool BulkInput::take_text(TextBuffer &text) noexcept
 {
     std::size_t length = 0;
     std::size_t lines = 0;
-    bool ok = reserve(text, 1);
-    while (ok) {
+    if (!reserve(text, 1))
+        return false;
+    for (;;) {
         if (position_ == end_ && !refill()) {
-            ok = false;
-            break;
+            count_lines_read(lines);
+            return false;
         }
         const char *from = buffer_.data() + position_;
         const char *limit = buffer_.data() + end_;
         const auto *less = static_cast<const char *>(std::memchr(from, '<', static_cast<std::size_t>(limit - from)));
         const char *stop = less != nullptr ? less : limit;
-        while (from < stop) {
-            const auto *lineFeed = static_cast<const char *>(std::memchr(from, '\n', static_cast<std::size_t>(stop - from)));
-            const char *runEnd = lineFeed != nullptr ? lineFeed : stop;
-            const auto run = static_cast<std::size_t>(runEnd - from);
-            if (!reserve(text, length + run + 1)) {
-                ok = false;
-                break;
+        const char *p = from;
+        if (!reserve(text, length + static_cast<std::size_t>(stop - from) + 1)) {
+            for (; p < stop; p++) {
+                if (*p == '\n')
+                    lines++;
+                else if (*p != '\t' && length++ + 1 == text.capacity)
+                    break;
             }
-            if (std::memchr(from, '\t', run) == nullptr) {
-                std::memcpy(text.data + length, from, run);
-                length += run;
-            } else {
-                for (const char *p = from; p < runEnd; p++) {
-                    if (*p != '\t')
-                        text.data[length++] = *p;
-                }
-            }
-            from = runEnd;
-            if (lineFeed != nullptr) {
-                lines++;
-                from++;
-            }
+            position_ = static_cast<std::size_t>(p - buffer_.data());
+            count_lines_read(lines);
+            return false;
         }
-        position_ = static_cast<std::size_t>(from - buffer_.data());
-        if (!ok || less != nullptr)
-            break;
+        char *out = text.data;
+        for (; p < stop; p++) {
+            const char c = *p;
+            if (c == '\n')
+                lines++;
+            else if (c != '\t')
+                out[length++] = c;
+        }
+        position_ = static_cast<std::size_t>(stop - buffer_.data());
+        if (less != nullptr) {
+            text.data[length] = '\0';
+            position_++;  // the '<'
+            count_lines_read(lines);
+            return true;
+        }
     }
-    count_lines_read(lines);
-    if (!ok)
-        return false;
-    text.data[length] = '\0';
-    position_++;  // the '<'
-    return true;
 }
 
 std::int32_t BulkInput::count_lines() noexcept
