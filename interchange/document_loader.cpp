@@ -11,6 +11,7 @@
 #include "interchange/format.hpp"
 #include "interchange/scanner.hpp"
 #include "store/document_tables.hpp"
+#include "store/record_appender.hpp"
 
 namespace navo::interchange {
 
@@ -40,12 +41,11 @@ bool is_closing_tag(std::string_view tag, std::string_view form, std::string_vie
 // unless the host keeps it; the element text is released whichever way the section ends.
 class Section {
 public:
-    Section(dk_Context &ctx, std::FILE *stream) noexcept : ctx_(ctx), stream_(stream) {}
+    Section(dk_Context &ctx, BulkInput &input, TextBuffer &text) noexcept : ctx_(ctx), input_(input), text_(text) {}
     Section(const Section &) = delete;
     Section &operator=(const Section &) = delete;
     ~Section()
     {
-        memory::release(text_);
         if (added_ && !kept_)
             dk_RemoveDocument(&ctx_, form_.data(), docIndex_);
     }
@@ -53,16 +53,18 @@ public:
     SectionResult load(std::string_view section) noexcept;
 
 private:
+    // A batch of records the spool file refused fails the section as the literal add that met
+    // the refusal would have, earlier than any later failure (docs/decisions.md).
     SectionResult fail(std::int32_t code) noexcept
     {
-        raise_error(code);
+        raise_error(appender_.settle() ? code : navo::status::bad_block_size);
         return SectionResult::failed;
     }
     std::string_view tag() const noexcept { return text_of(tag_); }
-    bool read_tag() noexcept { return interchange::read_tag(stream_, tag_); }
+    bool read_tag() noexcept { return interchange::read_tag(input_, tag_); }
     bool read_text(std::optional<std::string_view> block = std::nullopt) noexcept
     {
-        return read_element(stream_, text_, block);
+        return read_element(input_, text_, block);
     }
 
     std::int32_t header() noexcept;
@@ -73,18 +75,19 @@ private:
     std::int32_t footer() noexcept;
 
     dk_Context &ctx_;
-    std::FILE *stream_;
+    BulkInput &input_;
     std::array<char, form_name_max + 1> form_{};
     std::int32_t docIndex_ = -1;
     bool added_ = false;
     bool kept_ = false;
-    char *text_ = nullptr;
+    TextBuffer &text_;  // the load's, reused by every element
     std::array<char, read_buffer_size> tag_{};
     std::array<char, read_buffer_size> block_{};
     std::int32_t lastPosition_ = -1;
     bool repeatSeen_ = false;
     std::int32_t recordIndex_ = 0;
     store::Target target_;  // the form and the new document; per element, its block
+    store::RecordAppender appender_;
 };
 
 // "<naglowek.DP>", the header text of exactly its length, cut into lines.
@@ -92,17 +95,17 @@ std::int32_t Section::header() noexcept
 {
     std::int32_t c = 0;
     do
-        c = read_char(stream_);
+        c = read_char(input_);
     while (is_space_or_cr(c));
     tag_.fill('\0');
     tag_[0] = static_cast<char>(c);
-    if (!read_count(stream_, std::span{tag_}.subspan(1), static_cast<std::int32_t>(tag::doc_header_open.size() - 1)))
+    if (!read_count(input_, std::span{tag_}.subspan(1), static_cast<std::int32_t>(tag::doc_header_open.size() - 1)))
         return navo::status::read_failed;
     if (tag() != tag::doc_header_open)
         return navo::status::unexpected_tag;
     if (!read_text())
         return navo::status::read_failed;
-    const std::string_view text{text_};
+    const std::string_view text{text_.c_str()};
     if (text.size() != static_cast<std::size_t>(doc_header_length))
         return navo::status::read_failed;
     cut_lines(target_.document->header, doc_header_lines, text);
@@ -114,11 +117,11 @@ std::int32_t Section::header() noexcept
 void Section::fill_record() noexcept
 {
     dk_lfBlock &store = *target_.store;
-    const char *from = text_;
+    const char *from = text_.c_str();
     for (std::int32_t i = 0; i < target_.block->fieldCount; i++) {
         dk_lfField &slot = store.fields[i];
-        const std::int32_t width = target_.block->fields[i].width;
-        std::copy(from, from + width, slot.text);
+        const auto width = static_cast<std::size_t>(target_.block->fields[i].width);
+        std::memcpy(slot.text, from, width);
         from += width;
         slot.loaded = 1;
         slot.dirty = 1;
@@ -140,7 +143,7 @@ std::int32_t Section::block_element() noexcept
     // The store's lookup refuses a tag the dictionary lacks and one that is no block of this form.
     if (!store::find_block(ctx_, block_.data(), t))
         return navo::status::unexpected_block;
-    if (std::strlen(text_) != static_cast<std::size_t>(t.block->recordLength))
+    if (std::strlen(text_.c_str()) != static_cast<std::size_t>(t.block->recordLength))
         return navo::status::bad_block_size;
     if (lastPosition_ == -1) {
         if (t.position != 0)
@@ -154,7 +157,7 @@ std::int32_t Section::block_element() noexcept
     if (t.repeating) {
         if (!repeatSeen_)
             repeatSeen_ = true;
-        else if (!dk_AddBlock(&ctx_, form_.data(), docIndex_, block_.data(), &recordIndex_))
+        else if (!appender_.add(ctx_, form_.data(), docIndex_, block_.data(), t, recordIndex_))
             return navo::status::bad_block_size;
     }
     fill_record();
@@ -175,7 +178,7 @@ std::int32_t Section::error_note() noexcept
     dk_ErrorNote *note = memory::append_zeroed(footer.errorNotes, footer.errorCount);
     if (note == nullptr)
         return navo::status::out_of_memory;
-    cut_lines(*note, error_note_lines, text_);
+    cut_lines(*note, error_note_lines, text_.c_str());
     return navo::status::none;
 }
 
@@ -189,7 +192,7 @@ std::int32_t Section::ocr_note() noexcept
     if (note == nullptr)
         return navo::status::out_of_memory;
     note->kind = ocr_kind_of_tag(after(tag(), tag::ocr_open_prefix.size()));
-    cut_lines(*note, ocr_note_lines, text_);
+    cut_lines(*note, ocr_note_lines, text_.c_str());
     return navo::status::none;
 }
 
@@ -240,11 +243,14 @@ SectionResult Section::load(std::string_view section) noexcept
             break;
         const std::int32_t code = block_element();
         if (code == tag_too_long)
-            return SectionResult::failed;
+            return appender_.settle() ? SectionResult::failed : fail(navo::status::bad_block_size);
         if (code != navo::status::none)
             return fail(code);
     }
 
+    // The records reach the spool file before anything else can fail or the host can look.
+    if (!appender_.settle())
+        return fail(navo::status::bad_block_size);
     if (const std::int32_t code = footer(); code != navo::status::none)
         return fail(code);
 
@@ -270,9 +276,9 @@ void raise_error(std::int32_t code) noexcept
     dk_OnNAVOError(code);
 }
 
-SectionResult load_document(dk_Context &ctx, std::FILE *stream, std::string_view section) noexcept
+SectionResult load_document(dk_Context &ctx, BulkInput &input, TextBuffer &text, std::string_view section) noexcept
 {
-    Section state(ctx, stream);
+    Section state(ctx, input, text);
     return state.load(section);
 }
 

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "interchange/scanner.hpp"
 #include "navo.h"
 
 namespace navo::interchange {
@@ -19,7 +20,7 @@ enum class SectionResult : std::int32_t {
 // Reads the section whose tag `section` (as next_section gave it) the stream has just passed,
 // through its closing tag, hands the document to the host and removes it again unless the host
 // stops the load.
-SectionResult load_document(dk_Context &ctx, std::FILE *stream, std::string_view section) noexcept;
+SectionResult load_document(dk_Context &ctx, BulkInput &input, TextBuffer &text, std::string_view section) noexcept;
 
 // Watches the hooks of a load from outside (tests): every code given to dk_OnNAVOError and every
 // dk_OnNAVOBlock call, in order. The hooks themselves do nothing a host could see.

@@ -56,13 +56,16 @@ bool load_definition_and_tables(dk_Context &ctx, const char *text) noexcept
     return dk_dfLoadDefinition(ctx.definitions, ctx.dictionary, text) && dk_InitDocuments(&ctx, load_pool_capacity);
 }
 
-// One load: its stream, closed whichever way the load ends, its line buffer and the element text.
+// One load: its stream, closed whichever way the load ends, the buffered view of it, its line
+// buffer and the element text that every element of the load reuses.
 class FileLoad {
 public:
-    FileLoad(dk_Context &ctx, platform::File stream) noexcept : ctx_(ctx), stream_(std::move(stream)) {}
+    FileLoad(dk_Context &ctx, platform::File stream) noexcept
+        : ctx_(ctx), stream_(std::move(stream)), input_(stream_.get())
+    {
+    }
     FileLoad(const FileLoad &) = delete;
     FileLoad &operator=(const FileLoad &) = delete;
-    ~FileLoad() { memory::release(text_); }
 
     std::int32_t run() noexcept;
 
@@ -73,15 +76,16 @@ private:
         return 0;
     }
     std::string_view line() const noexcept { return text_of(line_); }
-    bool read_count(std::int32_t count) noexcept { return interchange::read_count(stream_.get(), line_, count); }
+    bool read_count(std::int32_t count) noexcept { return interchange::read_count(input_, line_, count); }
     bool skip_through_greater(std::span<char> kept) noexcept;
     std::int32_t sections() noexcept;
     std::int32_t footer() noexcept;
 
     dk_Context &ctx_;
     platform::File stream_;
+    BulkInput input_;
     std::array<char, read_buffer_size> line_{};
-    char *text_ = nullptr;
+    TextBuffer text_;
 };
 
 // Drops single characters through the next '>'. The dropped characters are kept behind the
@@ -92,7 +96,7 @@ bool FileLoad::skip_through_greater(std::span<char> kept) noexcept
     std::size_t length = text_of(kept).size();
     std::array<char, 2> c{};
     do {
-        if (!interchange::read_count(stream_.get(), c, 1))
+        if (!interchange::read_count(input_, c, 1))
             return false;
         if (length + 1 < kept.size())
             kept[length++] = c[0];
@@ -105,18 +109,18 @@ std::int32_t FileLoad::footer() noexcept
 {
     dk_FileFooter &footer = ctx_.footer;
     for (;;) {
-        if (!read_tag(stream_.get(), line_))
+        if (!read_tag(input_, line_))
             return fail(navo::status::unexpected_tag);
         if (line() == tag::file_footer_close)
             return 1;
         if (line() != tag::error_open)
             return fail(navo::status::unexpected_tag);
-        if (!read_element(stream_.get(), text_, std::nullopt))
+        if (!read_element(input_, text_, std::nullopt))
             return fail(navo::status::read_failed);
         dk_ErrorNote *note = memory::append_zeroed(footer.notes, footer.noteCount);
         if (note == nullptr)
             return fail(navo::status::out_of_memory);
-        cut_lines(*note, error_note_lines, text_);
+        cut_lines(*note, error_note_lines, text_.c_str());
     }
 }
 
@@ -124,10 +128,10 @@ std::int32_t FileLoad::footer() noexcept
 std::int32_t FileLoad::sections() noexcept
 {
     for (;;) {
-        if (!next_section(stream_.get(), line_))
+        if (!next_section(input_, line_))
             return fail(navo::status::unexpected_tag);
         if (line().find(tag::section_suffix) != std::string_view::npos) {
-            const SectionResult result = load_document(ctx_, stream_.get(), line());
+            const SectionResult result = load_document(ctx_, input_, text_, line());
             if (result == SectionResult::delivered)
                 continue;
             if (result == SectionResult::stopped) {
@@ -144,12 +148,9 @@ std::int32_t FileLoad::sections() noexcept
 
 std::int32_t FileLoad::run() noexcept
 {
-    // The line count: one more than the lines fgets finds, as hosts have always been told.
-    i_lLinii = 0;
-    do
-        i_lLinii++;
-    while (std::fgets(line_.data(), static_cast<int>(line_.size()), stream_.get()) != nullptr);
-    std::rewind(stream_.get());
+    // The line count: one more than the lines fgets finds, as hosts have always been told,
+    // counted over the buffer in runs between LFs (interchange/scanner).
+    i_lLinii = input_.count_lines();
 
     empty_context(ctx_);
 
@@ -184,13 +185,13 @@ std::int32_t FileLoad::run() noexcept
         return fail(navo::status::unexpected_tag);
 
     // The file header of exactly its length.
-    if (!read_tag(stream_.get(), line_) || line() != tag::file_header_open)
+    if (!read_tag(input_, line_) || line() != tag::file_header_open)
         return fail(navo::status::unexpected_tag);
-    if (!read_element(stream_.get(), text_, std::nullopt) ||
-        std::strlen(text_) != static_cast<std::size_t>(file_header_length))
+    if (!read_element(input_, text_, std::nullopt) ||
+        std::strlen(text_.c_str()) != static_cast<std::size_t>(file_header_length))
         return fail(navo::status::read_failed);
     ctx_.header = dk_FileHeader{};
-    cut_lines(ctx_.header, file_header_lines, text_);
+    cut_lines(ctx_.header, file_header_lines, text_.c_str());
 
     return sections();
 }

@@ -1,10 +1,11 @@
-// interchange/scanner.cpp - the stream scanner: the lowest readers of a NAVO file, byte by byte.
+// interchange/scanner.cpp - the stream scanner: the lowest readers of a NAVO file, on a host's stream or the loader's buffer.
 #include "platform/platform.hpp"
 
 #include "interchange/scanner.hpp"
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -17,6 +18,18 @@ namespace {
 
 // What next_byte gives at the end of the input; no byte value can look like it.
 constexpr int end_of_input = -2;
+
+// Characters fgets(line, read_buffer_size, stream) takes at most per call.
+constexpr std::size_t fgets_piece = read_buffer_size - 1;
+
+// Raises the line counter by `lines`, stopping at its maximum as one step per LF does.
+void count_lines_read(std::size_t lines) noexcept
+{
+    constexpr std::int32_t most = std::numeric_limits<std::int32_t>::max();
+    const std::int64_t raised = std::int64_t{i_lNumerLinii} + static_cast<std::int64_t>(std::min<std::size_t>(lines, most));
+    if (i_lNumerLinii < most)
+        i_lNumerLinii = static_cast<std::int32_t>(std::min<std::int64_t>(raised, most));
+}
 
 // The next byte that is neither TAB nor LF, as 0 to 255, or end_of_input. Every LF taken raises
 // the line counter, whoever keeps or drops what surrounds it.
@@ -39,6 +52,13 @@ int next_byte(std::FILE *stream) noexcept
     }
 }
 
+// A host's stream, read a byte at a time: the exported readers leave every byte behind the one
+// they need in the stream for the host.
+struct StreamSource {
+    std::FILE *stream;
+    int next() noexcept { return next_byte(stream); }
+};
+
 // ASCII-only upper case: other bytes must match exactly, whatever the host's locale says.
 constexpr int ascii_upper(int c) noexcept
 {
@@ -50,12 +70,13 @@ enum class Rest { ended, gathered, too_long };
 
 // Gathers the rest of a section tag through its '>' into `rest`. A rest of more than
 // rest.size() - 1 characters is read through its '>' without being stored.
-Rest gather_tag_rest(std::FILE *stream, std::span<char, scan::rest_size> rest) noexcept
+template <class Source>
+Rest gather_tag_rest(Source &source, std::span<char, scan::rest_size> rest) noexcept
 {
     std::size_t length = 0;
     std::fill(rest.begin(), rest.end(), '\0');
     for (;;) {
-        const int c = next_byte(stream);
+        const int c = source.next();
         if (c == end_of_input)
             return Rest::ended;
         if (length < rest.size() - 1)
@@ -108,24 +129,40 @@ private:
     std::size_t capacity_ = 1;
 };
 
-}  // namespace
-
-std::int32_t read_char(std::FILE *stream) noexcept
+// Room for `needed` bytes in the load's text, grown geometrically like an element's own text.
+bool reserve(TextBuffer &text, std::size_t needed) noexcept
 {
-    const int c = next_byte(stream);
+    if (needed <= text.capacity)
+        return true;
+    std::size_t grown = text.capacity;
+    while (grown < needed)
+        grown = grown < 64 ? 64 : grown * 2;
+    auto *bigger = static_cast<char *>(memory::resize(text.data, grown));
+    if (bigger == nullptr)
+        return false;
+    text.data = bigger;
+    text.capacity = grown;
+    return true;
+}
+
+template <class Source>
+std::int32_t read_char_from(Source &source) noexcept
+{
+    const int c = source.next();
     if (c == end_of_input)
         return -1;
     // Widened from a signed 8-bit value: bytes from 0x80 on come out negative, 0xFF as -1.
     return c >= 0x80 ? c - 0x100 : c;
 }
 
-bool read_count(std::FILE *stream, std::span<char> out, std::int32_t count) noexcept
+template <class Source>
+bool read_count_from(Source &source, std::span<char> out, std::int32_t count) noexcept
 {
     std::fill(out.begin(), out.end(), '\0');
     for (std::int32_t stored = 0; stored < count; stored++) {
         if (static_cast<std::size_t>(stored) >= out.size())
             return false;
-        const int c = next_byte(stream);
+        const int c = source.next();
         if (c == end_of_input)
             return false;
         out[static_cast<std::size_t>(stored)] = static_cast<char>(c);
@@ -133,12 +170,13 @@ bool read_count(std::FILE *stream, std::span<char> out, std::int32_t count) noex
     return true;
 }
 
-bool read_tag(std::FILE *stream, std::span<char> out) noexcept
+template <class Source>
+bool read_tag_from(Source &source, std::span<char> out) noexcept
 {
     std::fill(out.begin(), out.end(), '\0');
     std::size_t stored = 0;
     for (;;) {
-        const int c = next_byte(stream);
+        const int c = source.next();
         if (c == end_of_input)
             return false;
         if (stored == 0) {
@@ -156,44 +194,28 @@ bool read_tag(std::FILE *stream, std::span<char> out) noexcept
     }
 }
 
-bool read_element(std::FILE *stream, char *&text, std::optional<std::string_view> block) noexcept
+// An element's closing tag, behind the '<' that ended its text.
+template <class Source>
+bool close_element(Source &source, std::optional<std::string_view> block) noexcept
 {
-    memory::release(text);
-    text = nullptr;
-    if (stream == nullptr)
-        return false;
-    ElementText gathered;
-    if (!gathered.start())
-        return false;
     int c = 0;
-    for (;;) {
-        c = next_byte(stream);
-        if (c == end_of_input)
-            return false;
-        if (c == '<')
-            break;
-        if (!gathered.append(static_cast<char>(c)))
-            return false;
-    }
-    text = gathered.take();
-
     // Whatever stands between the '<' and the first '/' is dropped untested.
     do {
-        c = next_byte(stream);
+        c = source.next();
         if (c == end_of_input)
             return false;
     } while (c != '/');
 
     if (!block) {
         do {
-            c = next_byte(stream);
+            c = source.next();
             if (c == end_of_input)
                 return false;
         } while (c != '>');
         return true;
     }
     for (std::size_t i = 0;; i++) {
-        c = next_byte(stream);
+        c = source.next();
         if (c == end_of_input)
             return false;
         if (c == '>')
@@ -203,9 +225,10 @@ bool read_element(std::FILE *stream, char *&text, std::optional<std::string_view
     }
 }
 
-bool next_section(std::FILE *stream, std::span<char> out) noexcept
+template <class Source>
+bool next_section_from(Source &source, std::span<char> out) noexcept
 {
-    if (out.empty() || stream == nullptr)
+    if (out.empty())
         return false;
     std::fill(out.begin(), out.end(), '\0');
     // "<", the six characters, the rest and a terminator.
@@ -214,11 +237,11 @@ bool next_section(std::FILE *stream, std::span<char> out) noexcept
     for (;;) {
         int c = 0;
         do {
-            c = next_byte(stream);
+            c = source.next();
             if (c == end_of_input)
                 return false;
         } while (c != '<');
-        if (!read_count(stream, buffer, static_cast<std::int32_t>(scan::head_length)))
+        if (!read_count_from(source, buffer, static_cast<std::int32_t>(scan::head_length)))
             return false;
         const std::string_view head{buffer.data(), scan::head_length};
         std::string_view suffix;
@@ -233,7 +256,7 @@ bool next_section(std::FILE *stream, std::span<char> out) noexcept
         tag[0] = '<';
         std::copy(headText.begin(), headText.end(), tag.begin() + 1);
         const std::size_t length = 1 + headText.size();
-        const Rest gathered = gather_tag_rest(stream, buffer);
+        const Rest gathered = gather_tag_rest(source, buffer);
         if (gathered == Rest::ended)
             return false;
         if (gathered == Rest::too_long)
@@ -246,6 +269,200 @@ bool next_section(std::FILE *stream, std::span<char> out) noexcept
             return true;
         }
     }
+}
+
+}  // namespace
+
+TextBuffer::~TextBuffer()
+{
+    memory::release(data);
+}
+
+// The input ends at the first short run, as getc's would: at the end of the file or at an error,
+// after which the stream gives nothing more until it is rewound.
+bool BulkInput::refill() noexcept
+{
+    if (ended_)
+        return false;
+    const std::size_t got = std::fread(buffer_.data(), 1, buffer_.size(), stream_);
+    position_ = 0;
+    end_ = got;
+    if (got < buffer_.size())
+        ended_ = true;
+    return got > 0;
+}
+
+int BulkInput::next() noexcept
+{
+    for (;;) {
+        if (position_ == end_ && !refill())
+            return end_of_input;
+        const auto c = static_cast<unsigned char>(buffer_[position_++]);
+        if (c == '\n') {
+            count_lines_read(1);
+            continue;
+        }
+        if (c != '\t')
+            return c;
+    }
+}
+
+// The bytes before the '<' (found by memchr) go to the text in one pass that drops TABs and counts
+// LFs; the text grows once per buffer run instead of once per character. When it cannot grow, the
+// pass stops where the byte-wise read stopped: at the character that found the text full, with
+// the LFs before it counted.
+bool BulkInput::take_text(TextBuffer &text) noexcept
+{
+    std::size_t length = 0;
+    std::size_t lines = 0;
+    if (!reserve(text, 1))
+        return false;
+    for (;;) {
+        if (position_ == end_ && !refill()) {
+            count_lines_read(lines);
+            return false;
+        }
+        const char *from = buffer_.data() + position_;
+        const char *limit = buffer_.data() + end_;
+        const auto *less = static_cast<const char *>(std::memchr(from, '<', static_cast<std::size_t>(limit - from)));
+        const char *stop = less != nullptr ? less : limit;
+        const char *p = from;
+        if (!reserve(text, length + static_cast<std::size_t>(stop - from) + 1)) {
+            for (; p < stop; p++) {
+                if (*p == '\n')
+                    lines++;
+                else if (*p != '\t' && length++ + 1 == text.capacity)
+                    break;
+            }
+            position_ = static_cast<std::size_t>(p - buffer_.data());
+            count_lines_read(lines);
+            return false;
+        }
+        char *out = text.data;
+        for (; p < stop; p++) {
+            const char c = *p;
+            if (c == '\n')
+                lines++;
+            else if (c != '\t')
+                out[length++] = c;
+        }
+        position_ = static_cast<std::size_t>(stop - buffer_.data());
+        if (less != nullptr) {
+            text.data[length] = '\0';
+            position_++;  // the '<'
+            count_lines_read(lines);
+            return true;
+        }
+    }
+}
+
+std::int32_t BulkInput::count_lines() noexcept
+{
+    std::int64_t lines = 0;
+    std::size_t piece = 0;
+    while (position_ < end_ || refill()) {
+        const char *from = buffer_.data() + position_;
+        const char *limit = buffer_.data() + end_;
+        while (from < limit) {
+            const auto *lineFeed = static_cast<const char *>(std::memchr(from, '\n', static_cast<std::size_t>(limit - from)));
+            const char *runEnd = lineFeed != nullptr ? lineFeed : limit;
+            // A run fills pieces of fgets_piece characters; the LF ends the piece it lands in.
+            piece += static_cast<std::size_t>(runEnd - from);
+            lines += static_cast<std::int64_t>(piece / fgets_piece);
+            piece %= fgets_piece;
+            if (lineFeed == nullptr) {
+                from = limit;
+                break;
+            }
+            lines++;
+            piece = 0;
+            from = lineFeed + 1;
+        }
+        position_ = end_;
+    }
+    // The last piece comes back only at the end of the file; a read error makes its call fail.
+    if (piece > 0 && !std::ferror(stream_))
+        lines++;
+    std::rewind(stream_);
+    position_ = 0;
+    end_ = 0;
+    ended_ = false;
+    // The call that finds the end counts too.
+    return static_cast<std::int32_t>(std::min<std::int64_t>(lines + 1, std::numeric_limits<std::int32_t>::max()));
+}
+
+std::int32_t read_char(std::FILE *stream) noexcept
+{
+    StreamSource source{stream};
+    return read_char_from(source);
+}
+
+bool read_count(std::FILE *stream, std::span<char> out, std::int32_t count) noexcept
+{
+    StreamSource source{stream};
+    return read_count_from(source, out, count);
+}
+
+bool read_tag(std::FILE *stream, std::span<char> out) noexcept
+{
+    StreamSource source{stream};
+    return read_tag_from(source, out);
+}
+
+bool read_element(std::FILE *stream, char *&text, std::optional<std::string_view> block) noexcept
+{
+    memory::release(text);
+    text = nullptr;
+    if (stream == nullptr)
+        return false;
+    ElementText gathered;
+    if (!gathered.start())
+        return false;
+    for (;;) {
+        const int c = next_byte(stream);
+        if (c == end_of_input)
+            return false;
+        if (c == '<')
+            break;
+        if (!gathered.append(static_cast<char>(c)))
+            return false;
+    }
+    text = gathered.take();
+    StreamSource source{stream};
+    return close_element(source, block);
+}
+
+bool next_section(std::FILE *stream, std::span<char> out) noexcept
+{
+    if (stream == nullptr)
+        return false;
+    StreamSource source{stream};
+    return next_section_from(source, out);
+}
+
+std::int32_t read_char(BulkInput &input) noexcept
+{
+    return read_char_from(input);
+}
+
+bool read_count(BulkInput &input, std::span<char> out, std::int32_t count) noexcept
+{
+    return read_count_from(input, out, count);
+}
+
+bool read_tag(BulkInput &input, std::span<char> out) noexcept
+{
+    return read_tag_from(input, out);
+}
+
+bool read_element(BulkInput &input, TextBuffer &text, std::optional<std::string_view> block) noexcept
+{
+    return input.take_text(text) && close_element(input, block);
+}
+
+bool next_section(BulkInput &input, std::span<char> out) noexcept
+{
+    return next_section_from(input, out);
 }
 
 }  // namespace navo::interchange

@@ -1,6 +1,8 @@
 // interchange/scanner.hpp - the stream scanner: characters, fixed reads, tags, element texts, sections.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <optional>
@@ -34,5 +36,54 @@ bool read_element(std::FILE *stream, char *&text, std::optional<std::string_view
 // ("<stopka..." with ".NAVO>") and gives it terminated in `out` (at least 27 bytes for any such
 // tag). False at the end of the input.
 bool next_section(std::FILE *stream, std::span<char> out) noexcept;
+
+// The text of the loader's elements: one growing buffer for a whole load, released by its owner.
+struct TextBuffer {
+    TextBuffer() noexcept = default;
+    TextBuffer(const TextBuffer &) = delete;
+    TextBuffer &operator=(const TextBuffer &) = delete;
+    ~TextBuffer();
+    const char *c_str() const noexcept { return data != nullptr ? data : ""; }
+
+    char *data = nullptr;
+    std::size_t capacity = 0;
+};
+
+// The loader's own view of its stream, which no host ever sees: the translated characters come
+// in runs of the buffer's size, and the scanner works on the buffer. Every reader below gives what
+// its FILE* twin gives on the same stream, with the same line counts.
+class BulkInput {
+public:
+    explicit BulkInput(std::FILE *stream) noexcept : stream_(stream) {}
+    BulkInput(const BulkInput &) = delete;
+    BulkInput &operator=(const BulkInput &) = delete;
+
+    // The next byte that is neither TAB nor LF as 0 to 255, or -2 at the end of the input.
+    int next() noexcept;
+    // Reads the text before the next '<' into `text` (TAB and LF dropped, LFs counted) and takes
+    // the '<'. False at the end of the input or when the text cannot grow.
+    bool take_text(TextBuffer &text) noexcept;
+    // What the do-while over fgets(line, 200, stream) of the loader's line count gives: one more
+    // than the calls that return a line. Reads the whole stream and rewinds it.
+    std::int32_t count_lines() noexcept;
+
+private:
+    bool refill() noexcept;
+
+    std::FILE *stream_;
+    std::size_t position_ = 0;
+    std::size_t end_ = 0;
+    bool ended_ = false;
+    // 32 KiB of the stream at a time: one read serves about a hundred records, and the buffer is
+    // small enough for the stack of a host's thread (the loader allocates nothing for it).
+    std::array<char, 32 * 1024> buffer_{};
+};
+
+std::int32_t read_char(BulkInput &input) noexcept;
+bool read_count(BulkInput &input, std::span<char> out, std::int32_t count) noexcept;
+bool read_tag(BulkInput &input, std::span<char> out) noexcept;
+// read_element with the text in the load's reused buffer instead of a new allocation.
+bool read_element(BulkInput &input, TextBuffer &text, std::optional<std::string_view> block) noexcept;
+bool next_section(BulkInput &input, std::span<char> out) noexcept;
 
 }  // namespace navo::interchange

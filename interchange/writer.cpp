@@ -2,13 +2,19 @@
 #include "interchange/writer.hpp"
 
 #include <algorithm>
+#include <array>
+#include <cstring>
+#include <optional>
 #include <string_view>
 
 #include "core/allocator.hpp"
+#include "definitions/definition_loader.hpp"
 #include "platform/file_handle.hpp"
 #include "interchange/format.hpp"
 #include "platform/text_stream.hpp"
+#include "store/block_spool.hpp"
 #include "store/document_tables.hpp"
+#include "store/field_access.hpp"
 
 namespace navo::interchange {
 
@@ -94,6 +100,155 @@ bool write_block_record(dk_Context &ctx, const char *form, std::int32_t docIndex
     return write_tag(stream, tag::close_start, tagName, tag::end);
 }
 
+// The records of one block reference as write_block_record writes them, with the store walked
+// directly: dk_GetField's lookups are made once per block instead of once per field (nothing in a
+// save interns or removes a string, so they answer the same for every record), and each field is
+// then what dk_GetField would give: the same cursor moves, saves, reopenings and spool reads in
+// the same order, the same bytes and the same stops (docs/decisions.md, interchange/writer).
+class BlockWalk {
+public:
+    BlockWalk(dk_Context &ctx, const store::Target &document, const dk_dfBlock &block, const char *tagName) noexcept
+        : ctx_(ctx), document_(document), block_(block), tagName_(tagName)
+    {
+    }
+
+    // Blocks with more fields than the walk keeps positions for go field by field through dk_GetField.
+    bool fits() const noexcept { return block_.fieldCount >= 0 && static_cast<std::size_t>(block_.fieldCount) <= max_fields; }
+
+    bool write_record(std::int32_t recordIndex, std::FILE *stream) noexcept
+    {
+        if (!write_tag(stream, tag::start, tagName_, tag::end))
+            return false;
+        for (std::int32_t f = 0; f < block_.fieldCount; f++) {
+            if (!find(f) || !field(recordIndex, f, stream))
+                return false;
+        }
+        return write_tag(stream, tag::close_start, tagName_, tag::end);
+    }
+
+    // The same record assembled in a buffer and handed to the stream in one write: only for the
+    // library's own stream of dk_SaveNAVO (docs/decisions.md, interchange/writer).
+    bool write_record_at_once(std::int32_t recordIndex, std::FILE *stream) noexcept
+    {
+        Assembled out(stream);
+        if (!out.add(tag::start) || !out.add(tagName_) || !out.add(tag::end) || !out.add("\n"))
+            return false;
+        for (std::int32_t f = 0; f < block_.fieldCount; f++) {
+            std::string_view text;
+            if (!find(f) || !field_text(recordIndex, f, text) || !out.add(text) || !out.add("\n"))
+                return false;
+        }
+        return out.add(tag::close_start) && out.add(tagName_) && out.add(tag::end) && out.add("\n") && out.flush();
+    }
+
+    static constexpr std::size_t max_fields = 512;
+
+private:
+    // Bytes gathered for one write; a record larger than the buffer goes in several.
+    class Assembled {
+    public:
+        explicit Assembled(std::FILE *stream) noexcept : stream_(stream) {}
+        bool add(std::string_view text) noexcept
+        {
+            while (!text.empty()) {
+                if (used_ == bytes_.size() && !flush())
+                    return false;
+                const std::size_t part = std::min(text.size(), bytes_.size() - used_);
+                std::memcpy(bytes_.data() + used_, text.data(), part);
+                used_ += part;
+                text.remove_prefix(part);
+            }
+            return true;
+        }
+        bool flush() noexcept
+        {
+            const bool ok = put(stream_, {bytes_.data(), used_});
+            used_ = 0;
+            return ok;
+        }
+
+    private:
+        std::FILE *stream_;
+        std::size_t used_ = 0;
+        std::array<char, 4096> bytes_;
+    };
+
+    // The block lookup of dk_GetField: tag to ID to the form's first reference with that tag.
+    bool find_block() noexcept
+    {
+        if (blockFound_)
+            return true;
+        store::Target &t = target_;
+        t = document_;
+        if (!store::find_block(ctx_, tagName_, t))
+            return false;
+        blockFound_ = true;
+        return true;
+    }
+
+    // The field lookup of dk_GetField for field f of the reference's block, by its name.
+    bool find(std::int32_t f) noexcept
+    {
+        const auto index = static_cast<std::size_t>(f);
+        if (f < known_)
+            return positions_[index] >= 0;
+        const char *name = ctx_.dictionary->strings[block_.fields[f].nameId];
+        if (name == nullptr || !find_block())
+            return false;
+        const std::optional<std::int32_t> position = store::find_field(ctx_, name, target_);
+        positions_[index] = position.value_or(-1);
+        known_ = f + 1;
+        return position.has_value();
+    }
+
+    // dk_GetField(ctx, form, doc, tag, recordIndex, name, out, width + 1), then the text and LF.
+    bool field(std::int32_t recordIndex, std::int32_t f, std::FILE *stream) noexcept
+    {
+        std::string_view text;
+        return field_text(recordIndex, f, text) && put(stream, text) && std::fputc('\n', stream) != EOF;
+    }
+
+    // What dk_GetField(ctx, form, doc, tag, recordIndex, name, out, width + 1) puts in `out`.
+    bool field_text(std::int32_t recordIndex, std::int32_t f, std::string_view &text) noexcept
+    {
+        const store::Target &t = target_;
+        dk_lfBlock &store = *t.store;
+        // dk_GetField refuses a buffer below one byte; the walk has none to allocate.
+        if (block_.fields[f].width < 0)
+            return false;
+        if (recordIndex < 0 || recordIndex >= store.recordCount)
+            return false;
+        const std::int32_t position = positions_[static_cast<std::size_t>(f)];
+        const dk_lfField &slot = store.fields[position];
+        if (t.repeating && recordIndex != store.currentRecord) {
+            if (!store::move_cursor(*t.document, store, *t.block, recordIndex) ||
+                !store::read_field(store, *t.block, position))
+                return false;
+        } else if (!slot.loaded) {
+            if (store.file == nullptr && !store::open_store(*t.document, store))
+                return false;
+            if (!store::read_field(store, *t.block, position))
+                return false;
+        }
+        // What the field buffer of width + 1 bytes held: the text up to its NUL, at most the width.
+        const auto width = static_cast<std::size_t>(block_.fields[f].width);
+        const auto slotBytes = static_cast<std::size_t>(t.block->fields[position].width) + 1;
+        const auto *nul = static_cast<const char *>(std::memchr(slot.text, '\0', std::min(width, slotBytes)));
+        const std::size_t length = nul != nullptr ? static_cast<std::size_t>(nul - slot.text) : std::min(width, slotBytes);
+        text = {slot.text, length};
+        return true;
+    }
+
+    dk_Context &ctx_;
+    const store::Target &document_;
+    const dk_dfBlock &block_;
+    const char *tagName_;
+    store::Target target_;
+    bool blockFound_ = false;
+    std::int32_t known_ = 0;  // fields looked up so far, in order
+    std::array<std::int32_t, max_fields> positions_{};
+};
+
 // Every document of the context, form by form in the order of the definition.
 bool write_all_documents(dk_Context &ctx, std::FILE *stream, std::int32_t envelope) noexcept
 {
@@ -108,7 +263,7 @@ bool write_all_documents(dk_Context &ctx, std::FILE *stream, std::int32_t envelo
         if (name == nullptr)
             return false;
         for (std::int32_t d = 0; d < ctx.documentLists[i].count; d++) {
-            if (!dk_SaveDocument(&ctx, name, d, stream, envelope))
+            if (!save_document(&ctx, name, d, stream, envelope, true))
                 return false;
         }
     }
@@ -157,13 +312,17 @@ NAVO_API int32_t NAVO_CALL dk_SaveHeader(dk_Context *ctx, FILE *stream) noexcept
            write_line(stream, tag::file_header_close);
 }
 
-NAVO_API int32_t NAVO_CALL dk_SaveDocument(dk_Context *ctx, const char *form, int32_t docIndex, FILE *stream,
-                                          int32_t envelope) noexcept
+}  // extern "C"
+
+namespace navo::interchange {
+
+// dk_SaveDocument; `ownStream` is true only for the stream dk_SaveNAVO opened itself.
+bool save_document(dk_Context *ctx, const char *form, std::int32_t docIndex, std::FILE *stream, std::int32_t envelope,
+                   bool ownStream) noexcept
 {
-    using namespace navo::interchange;
-    navo::store::Target target;
-    if (stream == nullptr || !navo::store::find_form(ctx, form, target) || target.form == nullptr ||
-        !navo::store::find_document(target, docIndex) || target.document->blockCount < target.form->refCount)
+    store::Target target;
+    if (stream == nullptr || !store::find_form(ctx, form, target) || target.form == nullptr ||
+        !store::find_document(target, docIndex) || target.document->blockCount < target.form->refCount)
         return 0;
     dk_Document &document = *target.document;
     if (envelope != 0 && !kinds_valid(document.footer))
@@ -183,8 +342,12 @@ NAVO_API int32_t NAVO_CALL dk_SaveDocument(dk_Context *ctx, const char *form, in
         const int32_t recordCount = document.blocks[r]->recordCount;
         if (tagName == nullptr)
             return 0;
+        BlockWalk walk(*ctx, target, block, tagName);
         for (int32_t record = 0; record < recordCount; record++) {
-            if (!write_block_record(*ctx, form, docIndex, block, tagName, record, stream))
+            const bool written = !walk.fits() ? write_block_record(*ctx, form, docIndex, block, tagName, record, stream)
+                                 : ownStream  ? walk.write_record_at_once(record, stream)
+                                              : walk.write_record(record, stream);
+            if (!written)
                 return 0;
         }
     }
@@ -196,6 +359,16 @@ NAVO_API int32_t NAVO_CALL dk_SaveDocument(dk_Context *ctx, const char *form, in
            write_ocr_notes(stream, document.footer.ocrNotes, document.footer.ocrCount) &&
            write_error_notes(stream, document.footer.errorNotes, document.footer.errorCount) &&
            write_line(stream, tag::doc_footer_close) && write_tag(stream, tag::close_start, form, tag::section_suffix);
+}
+
+}  // namespace navo::interchange
+
+extern "C" {
+
+NAVO_API int32_t NAVO_CALL dk_SaveDocument(dk_Context *ctx, const char *form, int32_t docIndex, FILE *stream,
+                                          int32_t envelope) noexcept
+{
+    return navo::interchange::save_document(ctx, form, docIndex, stream, envelope, false) ? 1 : 0;
 }
 
 NAVO_API int32_t NAVO_CALL dk_SaveFooter(dk_Context *ctx, FILE *stream) noexcept

@@ -5,6 +5,8 @@
 
 #include "platform/text_stream.hpp"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -92,11 +94,21 @@ long long read_text(TextCookie &cookie, char *buffer, std::size_t size) noexcept
         // LF in its place comes to; no byte is looked at twice. Bytes whose follower is in this
         // run are decided here, without a branch per byte.
         const std::size_t last = limit == end && limit > n ? limit - 1 : limit;
+        // The runs between CRs stay as they are (moved down once a CR was dropped before them),
+        // found by memchr; only a CR itself is looked at with the byte behind it.
         std::size_t o = n;
-        for (std::size_t i = n; i < last; i++) {
-            const char c = buffer[i];
-            buffer[o] = c;
-            o += static_cast<std::size_t>(!(c == '\r' && buffer[i + 1] == '\n'));
+        for (std::size_t i = n; i < last;) {
+            const auto *cr = static_cast<const char *>(std::memchr(buffer + i, '\r', last - i));
+            const std::size_t runEnd = cr != nullptr ? static_cast<std::size_t>(cr - buffer) : last;
+            if (o != i)
+                std::memmove(buffer + o, buffer + i, runEnd - i);
+            o += runEnd - i;
+            i = runEnd;
+            if (i == last)
+                break;
+            if (buffer[i + 1] != '\n')
+                buffer[o++] = '\r';
+            i++;
         }
         if (last < limit) {
             char c = buffer[last];
@@ -126,15 +138,38 @@ long long read_text(TextCookie &cookie, char *buffer, std::size_t size) noexcept
 bool write_text(TextCookie &cookie, const char *buffer, std::size_t size) noexcept
 {
     std::FILE *raw = cookie.raw;
-    std::size_t start = 0;
-    for (std::size_t i = 0; i < size; i++) {
-        if (buffer[i] != '\n')
-            continue;
-        if (std::fwrite(buffer + start, 1, i - start, raw) != i - start || std::fwrite("\r\n", 1, 2, raw) != 2)
-            return false;
-        start = i + 1;
+    // Translated into a chunk of our own and handed on a chunk at a time: the same bytes in the
+    // same order as an fwrite per line, with far fewer calls.
+    std::array<char, 8192> chunk;
+    std::size_t used = 0;
+    for (std::size_t i = 0; i < size;) {
+        const auto *lineFeed = static_cast<const char *>(std::memchr(buffer + i, '\n', size - i));
+        const std::size_t runEnd = lineFeed != nullptr ? static_cast<std::size_t>(lineFeed - buffer) : size;
+        std::size_t run = runEnd - i;
+        while (run > 0) {
+            if (used == chunk.size()) {
+                if (std::fwrite(chunk.data(), 1, used, raw) != used)
+                    return false;
+                used = 0;
+            }
+            const std::size_t part = std::min(run, chunk.size() - used);
+            std::memcpy(chunk.data() + used, buffer + i, part);
+            used += part;
+            i += part;
+            run -= part;
+        }
+        if (lineFeed == nullptr)
+            break;
+        if (chunk.size() - used < 2) {
+            if (std::fwrite(chunk.data(), 1, used, raw) != used)
+                return false;
+            used = 0;
+        }
+        chunk[used++] = '\r';
+        chunk[used++] = '\n';
+        i++;
     }
-    if (std::fwrite(buffer + start, 1, size - start, raw) != size - start)
+    if (used > 0 && std::fwrite(chunk.data(), 1, used, raw) != used)
         return false;
     if (std::fflush(raw) != 0)
         return false;

@@ -324,14 +324,12 @@ bool read_field(dk_lfBlock &store, const dk_dfBlock &block, std::int32_t fieldIn
         return false;
     const std::int32_t available = std::min(spool.bufferedBytes - field.offset, field.width);
     const char *from = spool.record + field.offset;
-    std::int32_t i = 0;
-    while (i < available) {
-        const char byte = from[i];
-        text[i++] = byte;
-        if (byte == '\n')
-            break;
-    }
-    text[i] = '\0';
+    // fgets' cut: through the first LF, if one comes within the bytes available.
+    const auto *lineFeed = static_cast<const char *>(std::memchr(from, '\n', static_cast<std::size_t>(available)));
+    const std::size_t length =
+        lineFeed != nullptr ? static_cast<std::size_t>(lineFeed - from) + 1 : static_cast<std::size_t>(available);
+    std::memcpy(text, from, length);
+    text[length] = '\0';
     store.fields[fieldIndex].loaded = 1;
     return true;
 }

@@ -2,6 +2,7 @@
 #include "store/document_tables.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -42,6 +43,11 @@ bool guess_tag(const dk_sdDictionary *dictionary, const char *block, const Targe
         return false;
     return guess_id(dictionary, target.definition->blocks[ref.blockIndex].tagId, block, out);
 }
+
+// The form found last, by any thread on any context: a guess, verified like the others, so a
+// hint left by another context, another thread or a changed dictionary is only a failed guess.
+// Relaxed atomic: threads on their own contexts may race on it without harm.
+std::atomic<std::int32_t> formHint{-1};
 
 bool holds_documents(const dk_Context &ctx) noexcept
 {
@@ -106,7 +112,10 @@ bool find_form(dk_Context *ctx, const char *form, Target &target) noexcept
     target = Target{};
     if (ctx == nullptr || form == nullptr || ctx->documentLists == nullptr)
         return false;
-    const std::int32_t id = dk_1fGetIDFormularza(ctx, form);
+    // Hosts and the writer name the same form call after call; the guess spares the lookup.
+    std::int32_t id = -1;
+    if (!guess_id(ctx->dictionary, formHint.load(std::memory_order_relaxed), form, id))
+        id = dk_1fGetIDFormularza(ctx, form);
     // Block tags and field names live in the same dictionary; their IDs lie past the forms.
     if (id < 0 || id >= ctx->formCount)
         return false;
@@ -114,6 +123,7 @@ bool find_form(dk_Context *ctx, const char *form, Target &target) noexcept
     if (target.definition != nullptr && id < target.definition->formCount)
         target.form = &target.definition->forms[id];
     target.list = &ctx->documentLists[id];
+    formHint.store(id, std::memory_order_relaxed);
     return true;
 }
 

@@ -2,6 +2,7 @@
 #include "store/field_access.hpp"
 
 #include <algorithm>
+#include <cstring>
 #include <span>
 
 #include "store/block_spool.hpp"
@@ -59,8 +60,9 @@ NAVO_API int32_t NAVO_CALL dk_SetField(dk_Context *ctx, const char *form, int32_
     dk_lfField &slot = store.fields[*position];
     const int32_t width = target.block->fields[*position].width;
     int32_t i = 0;
-    for (; i < width && value[i] != '\0'; i++)
-        slot.text[i] = value[i];
+    while (i < width && value[i] != '\0')
+        i++;
+    std::memcpy(slot.text, value, static_cast<std::size_t>(i));
     std::fill(slot.text + i, slot.text + std::max(i, width), blank);
     store.dirty = 1;
     slot.loaded = 1;
@@ -94,11 +96,12 @@ NAVO_API int32_t NAVO_CALL dk_GetField(dk_Context *ctx, const char *form, int32_
             return 0;
     }
     out[size - 1] = '\0';
-    for (int32_t i = 0; i < size - 1; i++) {
-        out[i] = slot.text[i];
-        if (slot.text[i] == '\0')
-            break;
-    }
+    // The text up to its NUL, at most size - 1 bytes: a slot holds width + 1 bytes, its NUL among them.
+    const auto room = static_cast<std::size_t>(size - 1);
+    const auto slotBytes = static_cast<std::size_t>(target.block->fields[*position].width) + 1;
+    const auto *nul = static_cast<const char *>(std::memchr(slot.text, '\0', std::min(room, slotBytes)));
+    const std::size_t length = nul != nullptr ? static_cast<std::size_t>(nul - slot.text) + 1 : std::min(room, slotBytes);
+    std::memcpy(out, slot.text, length);
     return 1;
 }
 

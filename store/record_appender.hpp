@@ -1,0 +1,56 @@
+// store/record_appender.hpp - the loader's records of a repeating block, reaching the spool file in batches.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "navo.h"
+#include "store/document_tables.hpp"
+
+namespace navo::store {
+
+// dk_AddBlock for a loader that fills every record it adds before the next add. Each literal add
+// writes the filled record under the cursor and the blank new one and flushes; nobody can look at
+// the spool file until the loader hands the document over, so the appender keeps those bytes and
+// writes them in one positioned write per batch. After settle() the file and the store are as the
+// literal adds left them: every record but the last filled, the last blank on the file and filled
+// in the cache (docs/decisions.md, store/record_appender).
+class RecordAppender {
+public:
+    RecordAppender() noexcept = default;
+    RecordAppender(const RecordAppender &) = delete;
+    RecordAppender &operator=(const RecordAppender &) = delete;
+
+    // dk_AddBlock(ctx, form, docIndex, block, out) for `target` as find_block found it for that
+    // tag, for a caller that fills every slot of the new record in full right after it (the new
+    // record's slots are not blanked). False where that call would fail, or where the pending
+    // records could not be written; then i_lNumerLinii is the line of the refused add.
+    bool add(dk_Context &ctx, const char *form, std::int32_t docIndex, const char *block, const Target &target,
+             std::int32_t &out) noexcept;
+
+    // Writes what is pending. False when the file took less; then i_lNumerLinii is the line of the
+    // first add that the literal path would have seen fail.
+    [[nodiscard]] bool settle() noexcept;
+
+private:
+    bool takes(const Target &target) noexcept;
+    bool write_pending() noexcept;
+
+    // Up to this many bytes of records are held: a few dozen records of the usual widths, on the
+    // loader's stack, so batching costs no allocation and no failure point of its own.
+    static constexpr std::size_t capacity = 16 * 1024;
+    static constexpr std::size_t max_records = 64;
+
+    dk_lfBlock *store_ = nullptr;
+    const dk_dfBlock *block_ = nullptr;
+    bool contiguous_ = false;    // the block's fields tile its record without gaps
+    std::size_t length_ = 0;     // record length of store_
+    std::size_t room_ = 0;       // filled records a batch holds, with room for the blank one behind
+    std::int32_t first_ = 0;     // record at the start of the batch
+    std::size_t pending_ = 0;    // filled records in the batch
+    std::array<std::int32_t, max_records> lines_{};
+    std::array<char, capacity> bytes_{};
+};
+
+}  // namespace navo::store

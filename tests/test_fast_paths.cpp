@@ -1,0 +1,553 @@
+// test_fast_paths.cpp - the batched, bulk and guessed paths of load, field access and save keep what a host sees.
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+
+#include <cctype>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "interchange/document_loader.hpp"
+#include "navo.h"
+#include "navo_builder.h"
+#include "platform/text_stream.hpp"
+#include "test_support.h"
+
+using navo_test::BlockLayout;
+
+namespace {
+
+const navo_test::Layouts &layouts13()
+{
+    static const navo_test::Layouts layouts(GetDefTXT_1_3());
+    return layouts;
+}
+
+constexpr const char *form = "TOBRCA";
+
+// Position of the first repeating block of `form` and its layout.
+size_t repeatingIndex()
+{
+    const std::vector<BlockLayout> &blocks = layouts13().form(form);
+    for (size_t b = 0; b < blocks.size(); b++) {
+        if (blocks[b].repeating)
+            return b;
+    }
+    return blocks.size();
+}
+
+const BlockLayout &repeating()
+{
+    return layouts13().form(form).at(repeatingIndex());
+}
+
+// The record bytes a filled record r of the repeating block holds: its sample values side by side.
+std::string recordBytes(int r)
+{
+    std::string bytes;
+    const BlockLayout &block = repeating();
+    for (size_t f = 0; f < block.fields.size(); f++)
+        bytes += navo_test::sampleValue(0, static_cast<int>(repeatingIndex()), r, static_cast<int>(f), block.fields[f].second);
+    return bytes;
+}
+
+// A file with one document of `form` whose repeating block has `records` records.
+std::string fileWith(int records)
+{
+    std::vector<int> counts(layouts13().form(form).size(), 1);
+    counts[repeatingIndex()] = records;
+    return navo_test::fileText("1.3", navo_test::sectionText(layouts13(), form, 0, counts));
+}
+
+// The line the loader stands on after the closing tag of record `r` of the repeating block.
+int32_t lineOfRecordEnd(const std::string &text, int r)
+{
+    const std::string closing = "</" + repeating().tag + ">";
+    size_t at = 0;
+    for (int i = 0; i <= r; i++)
+        at = text.find(closing, i == 0 ? 0 : at + 1);
+    return 1 + static_cast<int32_t>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(at), '\n'));
+}
+
+struct Seen {
+    std::vector<int32_t> errors;
+    std::function<int32_t(dk_Context *)> onDocument;
+};
+Seen *seen = nullptr;
+
+void onError(void *, int32_t code) { seen->errors.push_back(code); }
+
+int32_t NAVO_CALL onDocument(dk_Context *ctx, const char *, int32_t)
+{
+    return seen->onDocument ? seen->onDocument(ctx) : 0;
+}
+
+class FastPaths : public ::testing::Test {
+protected:
+    navo_test::ScopedTempDir tmp;
+    dk_Context *ctx = nullptr;
+    Seen trace;
+    navo::interchange::LoadObserver observer{onError, nullptr, nullptr};
+
+    void SetUp() override
+    {
+        ASSERT_EQ(1, dk_Init(&ctx));
+        seen = &trace;
+        navo::interchange::set_load_observer(&observer);
+        dk_UstawCallBack(onDocument);
+    }
+    void TearDown() override
+    {
+        dk_UstawCallBack(nullptr);
+        navo::interchange::set_load_observer(nullptr);
+        seen = nullptr;
+        if (ctx != nullptr)
+            navo_test::destroyContext(ctx);
+        std::vector<std::string> left = tmp.entries();
+        std::erase(left, "input.navo");
+        EXPECT_EQ(std::vector<std::string>{}, left) << "spool files left behind";
+    }
+    std::string input() const { return tmp.path() + "/input.navo"; }
+    int32_t load(const std::string &bytes)
+    {
+        navo_test::writeFile(input(), bytes);
+        return dk_LoadNAVO(ctx, input().c_str());
+    }
+    // The repeating block's store of the document the callback is handed.
+    static dk_lfBlock &store(dk_Context *c)
+    {
+        int32_t id = -1;
+        dk_sdGetID(c->dictionary, form, &id);
+        return *c->documentLists[id].documents[0].blocks[repeatingIndex()];
+    }
+};
+
+// ---- the batched spool writes of a load ---------------------------------------------------------
+
+// At the callback the spool file holds every record but the last filled and the last blank; the
+// cache holds the last filled and dirty; every field reads back. Counts around the batch sizes.
+TEST_F(FastPaths, SpoolAtTheCallbackIsThatOfOneAddPerRecord)
+{
+    const size_t length = recordBytes(0).size();
+    for (int records : {1, 2, 3, 54, 55, 56, 57, 64, 65, 66, 130, 300}) {
+        SCOPED_TRACE(records);
+        int calls = 0;
+        trace.onDocument = [&](dk_Context *c) -> int32_t {
+            calls++;
+            dk_lfBlock &s = store(c);
+            EXPECT_EQ(records, s.recordCount);
+            EXPECT_EQ(records - 1, s.currentRecord);
+            EXPECT_EQ(1, s.dirty);
+            std::string expected;
+            for (int r = 0; r + 1 < records; r++)
+                expected += recordBytes(r);
+            expected += std::string(length, ' ');
+            EXPECT_EQ(expected, navo_test::readFile(s.path));
+            for (int r = records; r-- > 0;) {  // backwards: every read moves the cursor
+                const std::string bytes = recordBytes(r);
+                size_t offset = 0;
+                for (const auto &[name, width] : repeating().fields) {
+                    char out[512];
+                    EXPECT_EQ(1, dk_GetField(c, form, 0, repeating().tag.c_str(), r, name.c_str(), out, sizeof out));
+                    EXPECT_EQ(bytes.substr(offset, static_cast<size_t>(width)), out);
+                    offset += static_cast<size_t>(width);
+                }
+            }
+            return 0;
+        };
+        EXPECT_EQ(1, load(fileWith(records)));
+        EXPECT_EQ(1, calls);
+        EXPECT_EQ(std::vector<int32_t>{}, trace.errors);
+    }
+}
+
+// A spool file the system refuses to grow (a file size limit stands in for a full disk) fails the
+// section with 7 and the load with 5, at the line of the record whose add met the limit, whatever
+// batch that record falls in; nothing is left behind, and the same file loads once the limit goes.
+TEST_F(FastPaths, FullSpoolFailsAtTheLineOfTheRefusedAdd)
+{
+    const size_t length = recordBytes(0).size();
+    const int records = 200;
+    const std::string text = fileWith(records);
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    struct sigaction old {};
+    ASSERT_EQ(0, sigaction(SIGXFSZ, &ignore, &old));
+    rlimit before{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &before));
+    navo_test::writeFile(input(), text);
+    for (size_t limitRecords : {1ul, 2ul, 3ul, 40ul, 55ul, 56ul, 57ul, 120ul, 199ul}) {
+        for (size_t extra : {0ul, length / 2}) {
+            const size_t limit = limitRecords * length + extra;
+            SCOPED_TRACE(limit);
+            trace.errors.clear();
+            int calls = 0;
+            trace.onDocument = [&](dk_Context *) { return calls++, 0; };
+            rlimit small = before;
+            small.rlim_cur = limit;
+            ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &small));
+            const int32_t result = dk_LoadNAVO(ctx, input().c_str());
+            const int32_t line = dk_GetNAVOLine();
+            ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &before));
+            EXPECT_EQ(0, result);
+            EXPECT_EQ((std::vector<int32_t>{7, 5}), trace.errors);
+            EXPECT_EQ(0, calls);
+            // Record k's add is the first write that reaches past k × length.
+            EXPECT_EQ(lineOfRecordEnd(text, static_cast<int>(limit / length)), line);
+        }
+    }
+    ASSERT_EQ(0, sigaction(SIGXFSZ, &old, nullptr));
+    trace.errors.clear();
+    trace.onDocument = nullptr;
+    EXPECT_EQ(1, dk_LoadNAVO(ctx, input().c_str()));
+}
+
+// Memory failing at every allocation of a multi-batch load: each failure ends the load with a
+// code or is absorbed, leaves no spool file behind (leaks are the sanitizer runs' to find), and
+// every load that reaches the callback finds the spool as one add per record leaves it.
+TEST_F(FastPaths, LoadUnderEveryAllocationFailure)
+{
+    const int records = 60;
+    navo_test::writeFile(input(), fileWith(records));
+    std::string expected;
+    for (int r = 0; r + 1 < records; r++)
+        expected += recordBytes(r);
+    expected += std::string(recordBytes(0).size(), ' ');
+    trace.onDocument = [&](dk_Context *c) -> int32_t {
+        EXPECT_EQ(expected, navo_test::readFile(store(c).path));
+        return 0;
+    };
+    // A clean run counts the load's allocations; then each of them fails in turn, none skipped.
+    navo::memory::reset_counters();
+    ASSERT_EQ(1, dk_LoadNAVO(ctx, input().c_str()));
+    const int64_t count = navo::memory::allocations();
+    for (int64_t n = 1; n <= count; n++) {
+        SCOPED_TRACE(n);
+        trace.errors.clear();
+        navo::memory::reset_counters();
+        navo::memory::fail_after(n);
+        const int32_t result = dk_LoadNAVO(ctx, input().c_str());
+        navo::memory::fail_after(0);
+        // A failed shrink keeps the larger block by design, so some points end in a whole load
+        // (whose callback checked the spool as above); every other one ends it with a code.
+        if (result != 1) {
+            EXPECT_NE(0, dk_GetNAVOError());
+        }
+        EXPECT_EQ(std::vector<std::string>{"input.navo"}, tmp.entries());
+    }
+}
+
+// ---- the buffered input of a load ----------------------------------------------------------
+
+// What fgets(line, 200, stream) finds on the text stream, counted the way the loader tells hosts:
+// one more than the calls that give a line.
+int32_t fgetsCalls(const std::string &path)
+{
+    navo::platform::File stream = navo::platform::open_text_stream(path.c_str(), "rt");
+    char line[200];
+    int32_t calls = 0;
+    do
+        calls++;
+    while (std::fgets(line, sizeof line, stream.get()) != nullptr);
+    return calls;
+}
+
+// Line counts on inputs built to hit the piece size of 199, LF and CR LF line ends, lone CRs,
+// TABs, a 0x1A and the input buffer's edges.
+TEST_F(FastPaths, LineCountIsThatOfFgetsCalls)
+{
+    std::vector<std::string> inputs = {"", "\n", "a", "a\n", std::string(198, 'x') + "\n", std::string(199, 'x') + "\n",
+                                       std::string(200, 'x'), std::string(398, 'x'), std::string(199, 'x'),
+                                       std::string(597, 'x') + "\n\n", "a\r\nb\rc\r", "ab\x1a\ncd\n\n",
+                                       std::string(500, '\t') + "\n"};
+    std::string big;
+    for (int i = 0; big.size() < 200000; i++)
+        big += std::string(static_cast<size_t>(i * 37 % 450), i % 5 == 0 ? '\t' : 'y') + (i % 3 == 0 ? "\r\n" : "\n");
+    inputs.push_back(big);
+    inputs.push_back(big + "tail");
+    inputs.push_back(big.substr(0, 32767) + "\r\n" + big);
+    inputs.push_back(fileWith(120));
+    inputs.push_back(navo_test::toCrLf(fileWith(120)));
+    for (const std::string &text : inputs) {
+        SCOPED_TRACE(text.size());
+        load(text);
+        EXPECT_EQ(fgetsCalls(input()), i_lLinii);
+    }
+}
+
+// Loads of a valid file as LF, CR LF, with TABs, a 0x1A and a long line, each cut at many points
+// (the input buffer's edge among them): result, code, line, line count and callbacks of every
+// case, folded into one digest. The digest is that of the loader reading one getc at a time.
+TEST_F(FastPaths, CutAndTranslatedInputsGiveTheSameCodesAndLines)
+{
+    std::string plain = fileWith(120);
+    const size_t section = plain.find("<" + std::string(form) + ".DP>");
+    plain.insert(section, std::string(450, 'z') + "\n");
+    std::string tabbed;
+    for (size_t i = 0; i < plain.size(); i++)
+        tabbed += (i % 53 == 0 ? "\t" : "") + std::string(1, plain[i]);
+    std::string stopped = plain;
+    stopped[plain.size() * 2 / 3] = '\x1a';
+    std::string crs = plain;
+    crs.insert(plain.size() / 2, "\r");
+    const std::string variants[] = {plain, navo_test::toCrLf(plain), tabbed, stopped, crs};
+    int calls = 0;
+    trace.onDocument = [&](dk_Context *) { return calls++, 0; };
+    uint64_t digest = 1469598103934665603ull;
+    int cases = 0;
+    for (const std::string &variant : variants) {
+        std::vector<size_t> cuts = {variant.size(), 32767, 32768, 32769};
+        for (size_t k = 1; k < 60; k++)
+            cuts.push_back(variant.size() * k / 60);
+        for (size_t cut : cuts) {
+            calls = 0;
+            trace.errors.clear();
+            const int32_t result = load(variant.substr(0, cut));
+            for (int64_t value : {int64_t{result}, int64_t{dk_GetNAVOError()}, int64_t{dk_GetNAVOLine()},
+                                  int64_t{i_lLinii}, int64_t{calls}, static_cast<int64_t>(trace.errors.size())}) {
+                digest = (digest ^ static_cast<uint64_t>(value)) * 1099511628211ull;
+            }
+            cases++;
+        }
+    }
+    EXPECT_EQ(315, cases);
+    EXPECT_EQ(7020175453844446487ull, digest);
+}
+
+// ---- field access: guessed IDs and bulk copies ----------------------------------------------
+
+// A context with the version 1.3 definition, tables and one document of `form` with three records
+// in its repeating block.
+dk_Context *contextWithDocument(const char *definition)
+{
+    dk_Context *c = nullptr;
+    if (!dk_Init(&c) || !dk_dfLoadDefinition(c->definitions, c->dictionary, definition) || !dk_InitDocuments(c, 10))
+        return c;
+    int32_t doc = -1;
+    int32_t record = -1;
+    if (dk_AddDocument(c, form, &doc)) {
+        dk_AddBlock(c, form, doc, repeating().tag.c_str(), &record);
+        dk_AddBlock(c, form, doc, repeating().tag.c_str(), &record);
+    }
+    return c;
+}
+
+// Every way of naming the form, the block and the field, alternating so that each call meets the
+// guess left by the one before, on two contexts whose dictionaries number the names differently:
+// the answers are those of a full lookup (whose hash tells case apart).
+TEST_F(FastPaths, GuessedNamesAnswerAsTheLookup)
+{
+    dk_Context *other = contextWithDocument(GetDefTXT_1_2());
+    dk_Context *mine = contextWithDocument(GetDefTXT_1_3());
+    ASSERT_NE(nullptr, other);
+    ASSERT_NE(nullptr, mine);
+    const std::string tag = repeating().tag;
+    const std::string field = repeating().fields[1].first;
+    std::string lowerTag = tag;
+    for (char &ch : lowerTag)
+        ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    ASSERT_EQ(1, dk_SetField(mine, form, 0, tag.c_str(), 1, field.c_str(), "VALUE"));
+    struct Case {
+        dk_Context *c;
+        const char *form;
+        std::string block;
+        std::string name;
+        int32_t record;
+        int32_t result;
+    };
+    const std::string otherForm = layouts13().formNames().front() == form ? layouts13().formNames().back()
+                                                                          : layouts13().formNames().front();
+    const Case cases[] = {
+        {mine, form, tag, field, 1, 1},          {mine, "tobrca", tag, field, 1, 0},
+        {mine, form, lowerTag, field, 1, 0},     {mine, "TOBRCB", tag, field, 1, 0},
+        {mine, tag.c_str(), tag, field, 1, 0},   {mine, form, form, field, 1, 0},
+        {mine, form, tag, tag, 1, 0},            {mine, form, tag, "", 1, 0},
+        {mine, "", tag, field, 1, 0},            {mine, otherForm.c_str(), tag, field, 1, 0},
+        {mine, form, tag, field, 3, 0},          {mine, form, tag, field, -1, 0},
+        {other, form, tag, field, 1, 1},         {mine, form, tag, field, 1, 1},
+        {other, form, tag, field, 0, 1},         {mine, form, tag, repeating().fields[0].first, 1, 1},
+    };
+    for (int round = 0; round < 2; round++) {
+        for (const Case &k : cases) {
+            SCOPED_TRACE(std::string(k.form) + "/" + k.block + "/" + k.name + "/" + std::to_string(k.record));
+            char out[256] = "unchanged";
+            EXPECT_EQ(k.result, dk_GetField(k.c, k.form, 0, k.block.c_str(), k.record, k.name.c_str(), out, sizeof out));
+            if (k.result == 0) {
+                EXPECT_STREQ("", out);
+            } else if (k.c == mine && k.name == field) {
+                EXPECT_EQ(navo_test::fixed("VALUE", static_cast<size_t>(repeating().fields[1].second)), out);
+            }
+        }
+    }
+    EXPECT_EQ(1, dk_Destroy(&other));
+    EXPECT_EQ(1, dk_Destroy(&mine));
+}
+
+// Values shorter than, as long as and longer than the field, read back through buffers shorter
+// than, as long as and longer than the field: filled with blanks, cut to the width, and cut to
+// the buffer with its terminator; nothing written behind the buffer's size.
+TEST_F(FastPaths, FieldCopiesFillCutAndTerminate)
+{
+    dk_Context *c = contextWithDocument(GetDefTXT_1_3());
+    ASSERT_NE(nullptr, c);
+    const std::string tag = repeating().tag;
+    const auto &[name, width] = repeating().fields[1];
+    const auto w = static_cast<size_t>(width);
+    for (const std::string &value : {std::string(), std::string("a"), std::string(w - 1, 'b'), std::string(w, 'c'),
+                                     std::string(w + 5, 'd')}) {
+        for (size_t size : {1ul, 2ul, w, w + 1, w + 2, 200ul}) {
+            SCOPED_TRACE(value.size() * 1000 + size);
+            ASSERT_EQ(1, dk_SetField(c, form, 0, tag.c_str(), 2, name.c_str(), value.c_str()));
+            std::string out(size + 8, '#');
+            ASSERT_EQ(1, dk_GetField(c, form, 0, tag.c_str(), 2, name.c_str(), out.data(), static_cast<int32_t>(size)));
+            const std::string stored = navo_test::fixed(value, w);
+            EXPECT_EQ(stored.substr(0, size - 1), out.c_str());
+            EXPECT_EQ(std::string(8, '#'), out.substr(size));
+            // The same through the spool file, after the cursor has moved away and back.
+            char elsewhere[256];
+            ASSERT_EQ(1, dk_GetField(c, form, 0, tag.c_str(), 0, name.c_str(), elsewhere, sizeof elsewhere));
+            std::string again(size + 8, '#');
+            ASSERT_EQ(1, dk_GetField(c, form, 0, tag.c_str(), 2, name.c_str(), again.data(), static_cast<int32_t>(size)));
+            EXPECT_EQ(out, again);
+        }
+    }
+    EXPECT_EQ(1, dk_Destroy(&c));
+}
+
+// ---- the save's direct walk of the store --------------------------------------------------------
+
+// A host stream that takes writes while they fit `budget` bytes, then refuses every write, as a
+// full disk does; unbuffered, so each write of the library reaches it as made.
+struct Budget {
+    std::string bytes;
+    size_t budget;
+    bool full = false;
+};
+
+ssize_t budgetWrite(void *cookie, const char *buffer, size_t size)
+{
+    auto &sink = *static_cast<Budget *>(cookie);
+    sink.full = sink.full || sink.bytes.size() + size > sink.budget;
+    if (sink.full)
+        return -1;
+    sink.bytes.append(buffer, size);
+    return static_cast<ssize_t>(size);
+}
+
+// Two documents of `form` on a pool of one stream, their repeating blocks filled record by record
+// and then touched out of order, so that a save meets dirty caches, cursors in the middle and
+// evicted spool files.
+dk_Context *contextForSave()
+{
+    dk_Context *c = navo_test::makeContext(GetDefTXT_1_3(), 1);
+    if (c == nullptr)
+        return nullptr;
+    const std::string tag = repeating().tag;
+    for (int d = 0; d < 2; d++) {
+        int32_t doc = -1;
+        dk_AddDocument(c, form, &doc);
+        for (int r = 0; r < 30; r++) {
+            int32_t record = -1;
+            if (r > 0)
+                dk_AddBlock(c, form, doc, tag.c_str(), &record);
+            for (const auto &[name, width] : repeating().fields)
+                dk_SetField(c, form, doc, tag.c_str(), r, name.c_str(), (name + std::to_string(d * 100 + r)).c_str());
+        }
+    }
+    for (int r : {7, 3, 29, 11})
+        dk_SetField(c, form, r % 2, tag.c_str(), r, repeating().fields[2].first.c_str(), "TOUCHED");
+    return c;
+}
+
+// dk_SaveDocument of both documents on host streams that refuse writes from many points on: the
+// bytes taken, the results, the cursors, flags and spool files afterwards, folded into a digest,
+// are those of the save that asked dk_GetField for every field.
+TEST_F(FastPaths, SaveWalkKeepsBytesCursorsSpoolsAndStops)
+{
+    uint64_t digest = 1469598103934665603ull;
+    const auto fold = [&](uint64_t value) { digest = (digest ^ value) * 1099511628211ull; };
+    const auto foldText = [&](const std::string &text) {
+        for (unsigned char ch : text)
+            fold(ch);
+        fold(text.size());
+    };
+    int cases = 0;
+    for (size_t budget : {0ul, 1ul, 9ul, 200ul, 1000ul, 4095ul, 4096ul, 9000ul, 15000ul, 20000ul, 33333ul, 1ul << 30}) {
+        SCOPED_TRACE(budget);
+        dk_Context *c = contextForSave();
+        ASSERT_NE(nullptr, c);
+        Budget sink{{}, budget, false};
+        cookie_io_functions_t functions{};
+        functions.write = budgetWrite;
+        FILE *stream = fopencookie(&sink, "w", functions);
+        ASSERT_NE(nullptr, stream);
+        setvbuf(stream, nullptr, _IONBF, 0);
+        for (int32_t doc : {1, 0})
+            fold(static_cast<uint64_t>(dk_SaveDocument(c, form, doc, stream, 1)));
+        std::fclose(stream);
+        foldText(sink.bytes);
+        int32_t id = -1;
+        dk_sdGetID(c->dictionary, form, &id);
+        for (int32_t doc : {0, 1}) {
+            const dk_lfBlock &s = *c->documentLists[id].documents[doc].blocks[repeatingIndex()];
+            fold(static_cast<uint64_t>(s.currentRecord));
+            fold(static_cast<uint64_t>(s.dirty));
+            fold(s.file != nullptr);
+            for (int32_t f = 0; f < static_cast<int32_t>(repeating().fields.size()); f++)
+                fold(static_cast<uint64_t>(s.fields[f].loaded * 2 + s.fields[f].dirty));
+            foldText(navo_test::readFile(s.path));
+        }
+        EXPECT_EQ(1, dk_Destroy(&c));
+        cases++;
+    }
+    EXPECT_EQ(12, cases);
+    EXPECT_EQ(15535035520258934318ull, digest);
+}
+
+// dk_SaveNAVO writes a record at a time to its own stream: refused from many points on (a file size
+// limit standing in for a full disk) it fails with 0 wherever the file came out short, and nothing
+// is lost: the next save writes the file a fresh context writes, byte for byte.
+TEST_F(FastPaths, SaveNAVOOnAFullFileFailsAndLosesNothing)
+{
+    const std::string out = tmp.path() + "/input.navo";
+    dk_Context *fresh = contextForSave();
+    ASSERT_NE(nullptr, fresh);
+    dk_SetDefaultNAVOProlog(fresh, "1.3");
+    ASSERT_EQ(1, dk_SaveNAVO(fresh, out.c_str(), 1));
+    const std::string expected = navo_test::readFile(out);
+    EXPECT_EQ(1, dk_Destroy(&fresh));
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    struct sigaction old {};
+    ASSERT_EQ(0, sigaction(SIGXFSZ, &ignore, &old));
+    rlimit before{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &before));
+    // Limits above a spool file's size (30 records), so that only the saved file meets them.
+    for (size_t limit : {9000ul, 12000ul, 16385ul, 20000ul, 24577ul, 30000ul}) {
+        SCOPED_TRACE(limit);
+        dk_Context *c = contextForSave();
+        ASSERT_NE(nullptr, c);
+        dk_SetDefaultNAVOProlog(c, "1.3");
+        rlimit small = before;
+        small.rlim_cur = limit;
+        ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &small));
+        const int32_t result = dk_SaveNAVO(c, out.c_str(), 1);
+        ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &before));
+        // Whatever reached the file is the start of the whole; a limit the save meets fails it.
+        const std::string partial = navo_test::readFile(out);
+        EXPECT_EQ(0, expected.compare(0, partial.size(), partial));
+        if (partial.size() < expected.size()) {
+            EXPECT_EQ(0, result);
+        }
+        EXPECT_EQ(1, dk_SaveNAVO(c, out.c_str(), 1));
+        EXPECT_EQ(expected, navo_test::readFile(out));
+        EXPECT_EQ(1, dk_Destroy(&c));
+    }
+    ASSERT_EQ(0, sigaction(SIGXFSZ, &old, nullptr));
+}
+
+}  // namespace
