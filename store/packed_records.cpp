@@ -38,6 +38,16 @@ bool find_packed_repeating(dk_Context &ctx, const char *block, Target &target) n
     return find_block(ctx, block, target) && target.repeating;
 }
 
+// Record `recordIndex` of a repeating block, for the two record calls. dk_GetField tests the record
+// index too, but a block without fields would never call it.
+bool find_packed_record(dk_Context *ctx, const char *form, std::int32_t docIndex, const char *block,
+                        std::int32_t recordIndex, Target &target) noexcept
+{
+    return find_packed_form(ctx, form, target) && find_packed_document(target, docIndex) &&
+           find_packed_repeating(*ctx, block, target) && recordIndex >= 0 &&
+           recordIndex < target.store->recordCount;
+}
+
 // A call works on its own copies of the names it takes from the dictionary, released before it
 // returns, so a failed copy is one of the ways a call runs out of memory.
 Owned<char> copy_name(const dk_Context &ctx, std::int32_t id) noexcept
@@ -148,11 +158,7 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVOBlock(dk_Context *ctx, const char *form, in
         return 0;
     *out = nullptr;
     Target target;
-    if (!find_packed_form(ctx, form, target) || !find_packed_document(target, docIndex) ||
-        !find_packed_repeating(*ctx, block, target))
-        return 0;
-    // dk_GetField tests the record index too, but a block without fields would never call it.
-    if (recordIndex < 0 || recordIndex >= target.store->recordCount)
+    if (!find_packed_record(ctx, form, docIndex, block, recordIndex, target))
         return 0;
     const int64_t length = packed_length(*target.block);
     if (length > largest_size)
@@ -219,10 +225,7 @@ NAVO_API int32_t NAVO_CALL dk_SetNAVOBlock(dk_Context *ctx, const char *form, in
     if (value == nullptr)
         return 0;
     Target target;
-    if (!find_packed_form(ctx, form, target) || !find_packed_document(target, docIndex) ||
-        !find_packed_repeating(*ctx, block, target))
-        return 0;
-    if (recordIndex < 0 || recordIndex >= target.store->recordCount)
+    if (!find_packed_record(ctx, form, docIndex, block, recordIndex, target))
         return 0;
     if (packed_length(*target.block) > size)
         return 0;
