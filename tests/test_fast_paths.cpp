@@ -1,7 +1,9 @@
 // test_fast_paths.cpp - the batched, bulk and guessed paths of load, field access and save keep what a host sees.
 #include <gtest/gtest.h>
 
+#ifndef _WIN32
 #include <sys/resource.h>
+#endif
 
 #include <cctype>
 #include <csignal>
@@ -63,6 +65,7 @@ std::string fileWith(int records)
     return navo_test::fileText("1.3", navo_test::sectionText(layouts13(), form, 0, counts));
 }
 
+#ifndef _WIN32
 // The line the loader stands on after the closing tag of record `r` of the repeating block.
 int32_t lineOfRecordEnd(const std::string &text, int r)
 {
@@ -72,6 +75,7 @@ int32_t lineOfRecordEnd(const std::string &text, int r)
         at = text.find(closing, i == 0 ? 0 : at + 1);
     return 1 + static_cast<int32_t>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(at), '\n'));
 }
+#endif
 
 struct Seen {
     std::vector<int32_t> errors;
@@ -170,6 +174,9 @@ TEST_F(FastPaths, SpoolAtTheCallbackIsThatOfOneAddPerRecord)
 // batch that record falls in; nothing is left behind, and the same file loads once the limit goes.
 TEST_F(FastPaths, FullSpoolFailsAtTheLineOfTheRefusedAdd)
 {
+#ifdef _WIN32
+    GTEST_SKIP() << "a full disk is stood in for by a POSIX file-size limit (RLIMIT_FSIZE)";
+#else
     const size_t length = recordBytes(0).size();
     const int records = 200;
     const std::string text = fileWith(records);
@@ -204,6 +211,7 @@ TEST_F(FastPaths, FullSpoolFailsAtTheLineOfTheRefusedAdd)
     trace.errors.clear();
     trace.onDocument = nullptr;
     EXPECT_EQ(1, dk_LoadNAVO(ctx, input().c_str()));
+#endif
 }
 
 // Memory failing at every allocation of a multi-batch load: each failure ends the load with a
@@ -399,7 +407,7 @@ TEST_F(FastPaths, FieldCopiesFillCutAndTerminate)
     const auto w = static_cast<size_t>(width);
     for (const std::string &value : {std::string(), std::string("a"), std::string(w - 1, 'b'), std::string(w, 'c'),
                                      std::string(w + 5, 'd')}) {
-        for (size_t size : {1ul, 2ul, w, w + 1, w + 2, 200ul}) {
+        for (size_t size : std::initializer_list<size_t>{1, 2, w, w + 1, w + 2, 200}) {
             SCOPED_TRACE(value.size() * 1000 + size);
             ASSERT_EQ(1, dk_SetField(c, form, 0, tag.c_str(), 2, name.c_str(), value.c_str()));
             std::string out(size + 8, '#');
@@ -420,6 +428,7 @@ TEST_F(FastPaths, FieldCopiesFillCutAndTerminate)
 
 // ---- the save's direct walk of the store --------------------------------------------------------
 
+#ifndef _WIN32
 // A host stream that takes writes while they fit `budget` bytes, then refuses every write, as a
 // full disk does; unbuffered, so each write of the library reaches it as made.
 struct Budget {
@@ -462,12 +471,16 @@ dk_Context *contextForSave()
         dk_SetField(c, form, r % 2, tag.c_str(), r, repeating().fields[2].first.c_str(), "TOUCHED");
     return c;
 }
+#endif
 
 // dk_SaveDocument of both documents on host streams that refuse writes from many points on: the
 // bytes taken, the results, the cursors, flags and spool files afterwards, folded into a digest,
 // are those of the save that asked dk_GetField for every field.
 TEST_F(FastPaths, SaveWalkKeepsBytesCursorsSpoolsAndStops)
 {
+#ifdef _WIN32
+    GTEST_SKIP() << "the refusing host stream is made with fopencookie, which only glibc has";
+#else
     uint64_t digest = 1469598103934665603ull;
     const auto fold = [&](uint64_t value) { digest = (digest ^ value) * 1099511628211ull; };
     const auto foldText = [&](const std::string &text) {
@@ -476,7 +489,8 @@ TEST_F(FastPaths, SaveWalkKeepsBytesCursorsSpoolsAndStops)
         fold(text.size());
     };
     int cases = 0;
-    for (size_t budget : {0ul, 1ul, 9ul, 200ul, 1000ul, 4095ul, 4096ul, 9000ul, 15000ul, 20000ul, 33333ul, 1ul << 30}) {
+    for (size_t budget : std::initializer_list<size_t>{0, 1, 9, 200, 1000, 4095, 4096, 9000, 15000, 20000, 33333,
+                                                       size_t{1} << 30}) {
         SCOPED_TRACE(budget);
         dk_Context *c = contextForSave();
         ASSERT_NE(nullptr, c);
@@ -506,6 +520,7 @@ TEST_F(FastPaths, SaveWalkKeepsBytesCursorsSpoolsAndStops)
     }
     EXPECT_EQ(12, cases);
     EXPECT_EQ(15535035520258934318ull, digest);
+#endif
 }
 
 // dk_SaveNAVO writes a record at a time to its own stream: refused from many points on (a file size
@@ -513,6 +528,9 @@ TEST_F(FastPaths, SaveWalkKeepsBytesCursorsSpoolsAndStops)
 // is lost: the next save writes the file a fresh context writes, byte for byte.
 TEST_F(FastPaths, SaveNAVOOnAFullFileFailsAndLosesNothing)
 {
+#ifdef _WIN32
+    GTEST_SKIP() << "a full disk is stood in for by a POSIX file-size limit (RLIMIT_FSIZE)";
+#else
     const std::string out = tmp.path() + "/input.navo";
     dk_Context *fresh = contextForSave();
     ASSERT_NE(nullptr, fresh);
@@ -548,6 +566,7 @@ TEST_F(FastPaths, SaveNAVOOnAFullFileFailsAndLosesNothing)
         EXPECT_EQ(1, dk_Destroy(&c));
     }
     ASSERT_EQ(0, sigaction(SIGXFSZ, &old, nullptr));
+#endif
 }
 
 }  // namespace
