@@ -17,7 +17,7 @@
 #include "platform/file_handle.hpp"
 #include "interchange/format.hpp"
 #include "interchange/scanner.hpp"
-#include "platform/text_stream.hpp"
+#include "platform/file_input.hpp"
 
 namespace navo::interchange {
 
@@ -56,14 +56,11 @@ bool load_definition_and_tables(dk_Context &ctx, const char *text) noexcept
     return dk_dfLoadDefinition(ctx.definitions, ctx.dictionary, text) && dk_InitDocuments(&ctx, load_pool_capacity);
 }
 
-// One load: its stream, closed whichever way the load ends, the buffered view of it, its line
+// One load: the buffered view of its input (the caller owns and closes the file), its line
 // buffer and the element text that every element of the load reuses.
 class FileLoad {
 public:
-    FileLoad(dk_Context &ctx, platform::File stream) noexcept
-        : ctx_(ctx), stream_(std::move(stream)), input_(stream_.get())
-    {
-    }
+    FileLoad(dk_Context &ctx, platform::FileInput &source) noexcept : ctx_(ctx), input_(source) {}
     FileLoad(const FileLoad &) = delete;
     FileLoad &operator=(const FileLoad &) = delete;
 
@@ -82,7 +79,6 @@ private:
     std::int32_t footer() noexcept;
 
     dk_Context &ctx_;
-    platform::File stream_;
     BulkInput input_;
     std::array<char, read_buffer_size> line_{};
     TextBuffer text_;
@@ -208,12 +204,12 @@ NAVO_API int32_t NAVO_CALL dk_LoadNAVO(dk_Context *ctx, const char *path) noexce
         return 0;
     navo::status::set_last_error(navo::status::none);
     i_lNumerLinii = 1;
-    navo::platform::File stream = navo::platform::open_text_stream(path, "rt");
-    if (!stream) {
+    navo::platform::FileInput source;
+    if (!source.open(path)) {
         navo::status::set_last_error(navo::status::open_failed);
         return 0;
     }
-    navo::interchange::FileLoad load(*ctx, std::move(stream));
+    navo::interchange::FileLoad load(*ctx, source);
     return load.run();
 }
 

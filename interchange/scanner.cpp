@@ -5,9 +5,16 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <utility>
+
+#if defined(__SSE2__)
+#  include <emmintrin.h>
+#endif
 
 #include "core/allocator.hpp"
 #include "interchange/format.hpp"
@@ -18,6 +25,9 @@ namespace {
 
 // What next_byte gives at the end of the input; no byte value can look like it.
 constexpr int end_of_input = -2;
+
+// The byte that ends a text-mode input.
+constexpr char ctrl_z = 0x1A;
 
 // Characters fgets(line, read_buffer_size, stream) takes at most per call.
 constexpr std::size_t fgets_piece = read_buffer_size - 1;
@@ -271,6 +281,41 @@ bool next_section_from(Source &source, std::span<char> out) noexcept
     }
 }
 
+// The scans below look at 16 bytes at a time where the processor has SSE2 (every x86-64 does):
+// one bit per byte of the block that equals one of the characters asked. Elsewhere they take
+// their bytes one at a time.
+#if defined(__SSE2__)
+constexpr std::ptrdiff_t scan_block = 16;
+
+inline unsigned equal_bytes(__m128i block, char c) noexcept
+{
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(c))));
+}
+
+inline __m128i load_block(const char *p) noexcept
+{
+    return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+}
+#endif
+
+// A TAB, LF or CR of an element's text at `p`, taken: a TAB goes, an LF goes and is counted, a CR
+// with an LF behind it goes with that LF (p[1] is at worst the '<' or the run's NUL), another CR
+// stays.
+inline void take_special(const char *&p, char *out, std::size_t &length, std::size_t &lines) noexcept
+{
+    if (*p == '\r') {
+        if (p[1] == '\n') {
+            lines++;
+            p += 2;
+            return;
+        }
+        out[length++] = '\r';
+    } else if (*p == '\n') {
+        lines++;
+    }
+    p++;
+}
+
 }  // namespace
 
 TextBuffer::~TextBuffer()
@@ -279,17 +324,34 @@ TextBuffer::~TextBuffer()
 }
 
 // The input ends at the first short run, as getc's would: at the end of the file or at an error,
-// after which the stream gives nothing more until it is rewound.
+// after which the file gives nothing more until it is rewound; it also ends before a 0x1A.
 bool BulkInput::refill() noexcept
 {
     if (ended_)
         return false;
-    const std::size_t got = std::fread(buffer_.data(), 1, buffer_.size(), stream_);
+    std::size_t have = 0;
+    if (heldCarriageReturn_) {
+        buffer_[0] = '\r';
+        have = 1;
+        heldCarriageReturn_ = false;
+    }
+    const std::size_t want = run_size - have;
+    const std::size_t got = source_.read(buffer_.data() + have, want);
     position_ = 0;
-    end_ = got;
-    if (got < buffer_.size())
+    end_ = have + got;
+    if (got < want)
         ended_ = true;
-    return got > 0;
+    if (const auto *stop = static_cast<const char *>(std::memchr(buffer_.data() + have, ctrl_z, got)); stop != nullptr) {
+        end_ = static_cast<std::size_t>(stop - buffer_.data());
+        ended_ = true;
+    }
+    // A run that is not the last holds at least run_size - 1 bytes, so one held back leaves some.
+    if (!ended_ && buffer_[end_ - 1] == '\r') {
+        heldCarriageReturn_ = true;
+        end_--;
+    }
+    buffer_[end_] = '\0';
+    return end_ > 0;
 }
 
 int BulkInput::next() noexcept
@@ -298,7 +360,9 @@ int BulkInput::next() noexcept
         if (position_ == end_ && !refill())
             return end_of_input;
         const auto c = static_cast<unsigned char>(buffer_[position_++]);
-        if (c == '\n') {
+        // CR LF is one LF; the NUL behind the run is no LF.
+        if (c == '\n' || (c == '\r' && buffer_[position_] == '\n')) {
+            position_ += c == '\r' ? 1 : 0;
             count_lines_read(1);
             continue;
         }
@@ -307,10 +371,10 @@ int BulkInput::next() noexcept
     }
 }
 
-// The bytes before the '<' (found by memchr) go to the text in one pass that drops TABs and counts
-// LFs; the text grows once per buffer run instead of once per character. When it cannot grow, the
-// pass stops where the byte-wise read stopped: at the character that found the text full, with
-// the LFs before it counted.
+// The bytes before the '<' (found by memchr) go to the text in one pass that drops TABs, LFs and
+// the CR of each CR LF, and counts the LFs; the text grows once per buffer run instead of once
+// per character. When it cannot grow, the pass stops where the byte-wise read stopped: at the
+// character that found the text full, with the LFs before it counted.
 bool BulkInput::take_text(TextBuffer &text) noexcept
 {
     std::size_t length = 0;
@@ -329,6 +393,8 @@ bool BulkInput::take_text(TextBuffer &text) noexcept
         const char *p = from;
         if (!reserve(text, length + static_cast<std::size_t>(stop - from) + 1)) {
             for (; p < stop; p++) {
+                if (*p == '\r' && p[1] == '\n')
+                    continue;
                 if (*p == '\n')
                     lines++;
                 else if (*p != '\t' && length++ + 1 == text.capacity)
@@ -339,12 +405,30 @@ bool BulkInput::take_text(TextBuffer &text) noexcept
             return false;
         }
         char *out = text.data;
-        for (; p < stop; p++) {
-            const char c = *p;
-            if (c == '\n')
-                lines++;
-            else if (c != '\t')
-                out[length++] = c;
+#if defined(__SSE2__)
+        // Sixteen bytes at a time while sixteen remain: stored whole, the length moved past those
+        // before the first TAB, LF or CR, which is then taken on its own. The reserve above left
+        // room for every byte up to `stop` and the NUL, so the sixteen always fit.
+        while (stop - p >= scan_block) {
+            const __m128i block = load_block(p);
+            const unsigned special = equal_bytes(block, '\t') | equal_bytes(block, '\n') | equal_bytes(block, '\r');
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(out + length), block);
+            if (special == 0) {
+                length += scan_block;
+                p += scan_block;
+                continue;
+            }
+            const auto plain = static_cast<std::size_t>(std::countr_zero(special));
+            length += plain;
+            p += plain;
+            take_special(p, out, length, lines);
+        }
+#endif
+        while (p < stop) {
+            if (*p == '\t' || *p == '\n' || *p == '\r')
+                take_special(p, out, length, lines);
+            else
+                out[length++] = *p++;
         }
         position_ = static_cast<std::size_t>(stop - buffer_.data());
         if (less != nullptr) {
@@ -358,35 +442,63 @@ bool BulkInput::take_text(TextBuffer &text) noexcept
 
 std::int32_t BulkInput::count_lines() noexcept
 {
+    // fgets takes a line in pieces of fgets_piece characters: a run of n characters and its LF
+    // make n / fgets_piece + 1 calls, and a last run without an LF n / fgets_piece, plus one for
+    // a part piece. The CR of a CR LF is no character. Runs are measured in raw bytes (`since`),
+    // and the CR is looked at only when a run is long enough to matter: a CR and its LF always
+    // stand in one buffer run (refill).
     std::int64_t lines = 0;
-    std::size_t piece = 0;
+    std::size_t since = 0;
+    const auto line_feed_at = [&](const char *lineFeed) {
+        if (since >= fgets_piece) {
+            const bool carriageReturn = lineFeed > buffer_.data() && lineFeed[-1] == '\r';
+            lines += static_cast<std::int64_t>((since - (carriageReturn ? 1 : 0)) / fgets_piece);
+        }
+        lines++;
+    };
     while (position_ < end_ || refill()) {
-        const char *from = buffer_.data() + position_;
+        const char *p = buffer_.data() + position_;
         const char *limit = buffer_.data() + end_;
-        while (from < limit) {
-            const auto *lineFeed = static_cast<const char *>(std::memchr(from, '\n', static_cast<std::size_t>(limit - from)));
-            const char *runEnd = lineFeed != nullptr ? lineFeed : limit;
-            // A run fills pieces of fgets_piece characters; the LF ends the piece it lands in.
-            piece += static_cast<std::size_t>(runEnd - from);
-            lines += static_cast<std::int64_t>(piece / fgets_piece);
-            piece %= fgets_piece;
-            if (lineFeed == nullptr) {
-                from = limit;
-                break;
+#if defined(__SSE2__)
+        for (; limit - p >= scan_block; p += scan_block) {
+            unsigned lineFeeds = equal_bytes(load_block(p), '\n');
+            if (lineFeeds == 0) {
+                since += scan_block;
+                continue;
             }
-            lines++;
-            piece = 0;
-            from = lineFeed + 1;
+            // Each LF of the block, in order; `since` counts the bytes of the run it ends.
+            std::ptrdiff_t done = 0;
+            do {
+                const int at = std::countr_zero(lineFeeds);
+                since += static_cast<std::size_t>(at - done);
+                line_feed_at(p + at);
+                since = 0;
+                done = at + 1;
+                lineFeeds &= lineFeeds - 1;
+            } while (lineFeeds != 0);
+            since += static_cast<std::size_t>(scan_block - done);
+        }
+#endif
+        for (; p < limit; p++) {
+            if (*p == '\n') {
+                line_feed_at(p);
+                since = 0;
+            } else {
+                since++;
+            }
         }
         position_ = end_;
     }
+    lines += static_cast<std::int64_t>(since / fgets_piece);
+    const std::size_t piece = since % fgets_piece;
     // The last piece comes back only at the end of the file; a read error makes its call fail.
-    if (piece > 0 && !std::ferror(stream_))
+    if (piece > 0 && !source_.failed())
         lines++;
-    std::rewind(stream_);
+    static_cast<void>(source_.rewind());
     position_ = 0;
     end_ = 0;
     ended_ = false;
+    heldCarriageReturn_ = false;
     // The call that finds the end counts too.
     return static_cast<std::int32_t>(std::min<std::int64_t>(lines + 1, std::numeric_limits<std::int32_t>::max()));
 }

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "navo.h"
+#include "platform/file_input.hpp"
 
 // The exported readers dk_LoadChar, dk_LoadStringbyLen, dk_LoadStringforTag and
 // dk_LoadStringtoTerminator are declared in navo.h and call these.
@@ -49,34 +50,41 @@ struct TextBuffer {
     std::size_t capacity = 0;
 };
 
-// The loader's own view of its stream, which no host ever sees: the translated characters come
-// in runs of the buffer's size, and the scanner works on the buffer. Every reader below gives what
-// its FILE* twin gives on the same stream, with the same line counts.
+// The loader's own view of its file, which no host ever sees: the raw bytes come in runs of the
+// buffer's size, and the scanner applies the text-mode rules on the buffer itself (a CR right
+// before an LF is no character, a 0x1A ends the input). Every reader below gives what its FILE*
+// twin gives on a text stream of the same file (platform/text_stream), with the same line counts.
 class BulkInput {
 public:
-    explicit BulkInput(std::FILE *stream) noexcept : stream_(stream) {}
+    explicit BulkInput(platform::FileInput &source) noexcept : source_(source) {}
     BulkInput(const BulkInput &) = delete;
     BulkInput &operator=(const BulkInput &) = delete;
 
-    // The next byte that is neither TAB nor LF as 0 to 255, or -2 at the end of the input.
+    // The next character that is neither TAB nor LF as 0 to 255, or -2 at the end of the input.
     int next() noexcept;
     // Reads the text before the next '<' into `text` (TAB and LF dropped, LFs counted) and takes
     // the '<'. False at the end of the input or when the text cannot grow.
     bool take_text(TextBuffer &text) noexcept;
-    // What the do-while over fgets(line, 200, stream) of the loader's line count gives: one more
-    // than the calls that return a line. Reads the whole stream and rewinds it.
+    // What the do-while over fgets(line, 200, stream) of the loader's line count gives on a text
+    // stream: one more than the calls that return a line. Reads the whole file and rewinds it.
     std::int32_t count_lines() noexcept;
 
 private:
     bool refill() noexcept;
 
-    std::FILE *stream_;
+    platform::FileInput &source_;
     std::size_t position_ = 0;
     std::size_t end_ = 0;
+    // Nothing more comes from the file: its end, a read error or a 0x1A.
     bool ended_ = false;
-    // 32 KiB of the stream at a time: one read serves about a hundred records, and the buffer is
-    // small enough for the stack of a host's thread (the loader allocates nothing for it).
-    std::array<char, 32 * 1024> buffer_{};
+    // The run's last byte was a CR and the file goes on: it waits for the next run, so that a CR
+    // and the byte that decides it always stand in one run.
+    bool heldCarriageReturn_ = false;
+    // 32 KiB of the file at a time: one read serves about a hundred records, and the buffer is
+    // small enough for the stack of a host's thread (the loader allocates nothing for it). One
+    // byte more holds a NUL behind the run, so a CR's follower can always be looked at.
+    static constexpr std::size_t run_size = 32 * 1024;
+    std::array<char, run_size + 1> buffer_{};
 };
 
 std::int32_t read_char(BulkInput &input) noexcept;
