@@ -162,6 +162,7 @@ std::int32_t Section::block_element() noexcept
     }
     fill_record();
     if (t.repeating) {
+        appender_.filled(t, std::string_view{text_.c_str(), static_cast<std::size_t>(t.block->recordLength)});
         if (observer != nullptr && observer->onBlock != nullptr)
             observer->onBlock(observer->user, form_.data(), docIndex_, block_.data(), recordIndex_);
         dk_OnNAVOBlock(&ctx_, form_.data(), docIndex_, block_.data(), recordIndex_);

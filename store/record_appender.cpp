@@ -65,17 +65,22 @@ bool RecordAppender::add(dk_Context &ctx, const char *form, std::int32_t docInde
         return dk_AddBlock(&ctx, form, docIndex, block, &out) != 0;
     }
     dk_lfBlock &store = *store_;
-    // The filled record under the cursor, as the literal save would write it.
-    char *record = bytes_.data() + pending_ * length_;
-    for (std::int32_t i = 0; i < block_->fieldCount; i++) {
-        const auto width = static_cast<std::size_t>(block_->fields[i].width);
-        std::memcpy(record + block_->fields[i].offset, store.fields[i].text, width);
-    }
-    // A NUL would end a field's fputs early: that record takes the literal path.
-    if (std::memchr(record, '\0', length_) != nullptr) {
-        if (!settle())
-            return false;
-        return dk_AddBlock(&ctx, form, docIndex, block, &out) != 0;
+    // The filled record under the cursor, as the literal save would write it: already in the batch
+    // when the loader handed it over with filled(), else gathered from the slots.
+    const bool prefilled = prefilled_ && prefilledRecord_ == store.currentRecord;
+    prefilled_ = false;
+    if (!prefilled) {
+        char *record = bytes_.data() + pending_ * length_;
+        for (std::int32_t i = 0; i < block_->fieldCount; i++) {
+            const auto width = static_cast<std::size_t>(block_->fields[i].width);
+            std::memcpy(record + block_->fields[i].offset, store.fields[i].text, width);
+        }
+        // A NUL would end a field's fputs early: that record takes the literal path.
+        if (std::memchr(record, '\0', length_) != nullptr) {
+            if (!settle())
+                return false;
+            return dk_AddBlock(&ctx, form, docIndex, block, &out) != 0;
+        }
     }
     if (pending_ == 0)
         first_ = store.currentRecord;
@@ -93,6 +98,17 @@ bool RecordAppender::add(dk_Context &ctx, const char *form, std::int32_t docInde
     return pending_ < room_ || write_pending();
 }
 
+void RecordAppender::filled(const Target &target, std::string_view text) noexcept
+{
+    prefilled_ = false;
+    if (target.store != store_ || store_ == nullptr || !contiguous_ || text.size() != length_ || pending_ >= room_ ||
+        text.find('\0') != std::string_view::npos)
+        return;
+    std::memcpy(bytes_.data() + pending_ * length_, text.data(), length_);
+    prefilled_ = true;
+    prefilledRecord_ = store_->currentRecord;
+}
+
 bool RecordAppender::settle() noexcept
 {
     return pending_ == 0 || write_pending();
@@ -103,6 +119,7 @@ bool RecordAppender::write_pending() noexcept
 {
     dk_lfBlock &store = *store_;
     Spool &spool = spool_of(store);
+    prefilled_ = false;
     std::memset(bytes_.data() + pending_ * length_, blank, length_);
     const std::size_t total = (pending_ + 1) * length_;
     const long offset = static_cast<long>(std::int64_t{first_} * static_cast<std::int64_t>(length_));

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "navo.h"
 #include "store/document_tables.hpp"
@@ -29,6 +30,12 @@ public:
     bool add(dk_Context &ctx, const char *form, std::int32_t docIndex, const char *block, const Target &target,
              std::int32_t &out) noexcept;
 
+    // Tells the appender that the loader has just filled the record under the cursor of
+    // `target`'s store with `text` (its fields side by side, no NUL among them): when that store
+    // is the one batched, the bytes go to the batch now, in one copy, and the next add takes them
+    // instead of gathering the record from its slots. Nothing but the loader runs in between.
+    void filled(const Target &target, std::string_view text) noexcept;
+
     // Writes what is pending. False when the file took less; then i_lNumerLinii is the line of the
     // first add that the literal path would have seen fail.
     [[nodiscard]] bool settle() noexcept;
@@ -49,6 +56,8 @@ private:
     std::size_t room_ = 0;       // filled records a batch holds, with room for the blank one behind
     std::int32_t first_ = 0;     // record at the start of the batch
     std::size_t pending_ = 0;    // filled records in the batch
+    bool prefilled_ = false;     // the batch holds the record under the cursor at pending_
+    std::int32_t prefilledRecord_ = 0;
     std::array<std::int32_t, max_records> lines_{};
     std::array<char, capacity> bytes_{};
 };
