@@ -11,6 +11,7 @@ NAVO_API int32_t NAVO_CALL dk_Init(dk_Context **out) noexcept
 {
     if (out == nullptr)
         return 0;
+    navo::layout_changed();
     // *out holds the context even when a part of it fails, with what was made so far.
     dk_Context *ctx = navo::memory::make_zeroed<dk_Context>();
     *out = ctx;
@@ -27,6 +28,7 @@ NAVO_API int32_t NAVO_CALL dk_Destroy(dk_Context **pointer) noexcept
     if (pointer == nullptr || *pointer == nullptr)
         return 0;
     dk_Context *ctx = *pointer;
+    navo::layout_changed();
     if (!dk_RemoveAllDocuments(ctx))
         return 0;
     navo::memory::release(ctx->documentLists);

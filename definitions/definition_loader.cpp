@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "core/allocator.hpp"
+#include "core/context.hpp"
 #include "core/dictionary.hpp"
 
 namespace navo::definitions {
@@ -130,11 +131,6 @@ void release_map(std::int32_t *map) noexcept
 {
     if (map != nullptr)
         memory::release(map - 1);
-}
-
-std::int32_t map_entries(const std::int32_t *map) noexcept
-{
-    return map[-1];
 }
 
 void release_definition(dk_dfDefinition &definition) noexcept
@@ -382,34 +378,6 @@ bool load(dk_dfDefinitionList &list, dk_sdDictionary &dictionary, std::string_vi
 
 }  // namespace
 
-const dk_dfDefinition *store_definition(const dk_Context *ctx) noexcept
-{
-    if (ctx == nullptr || ctx->definitions == nullptr || ctx->definitions->count == 0)
-        return nullptr;
-    return &ctx->definitions->items[0];
-}
-
-std::int32_t ref_position(const dk_dfDefinition *definition, const dk_dfForm *form, std::int32_t tagId) noexcept
-{
-    if (tagId < 0 || form->positionByTag == nullptr || tagId >= map_entries(form->positionByTag))
-        return -1;
-    const std::int32_t position = form->positionByTag[tagId];
-    // The map is zero for IDs it does not know: the tag at that position must be the one asked.
-    if (position >= form->refCount || definition->blocks[form->refs[position].blockIndex].tagId != tagId)
-        return -1;
-    return position;
-}
-
-std::int32_t field_position(const dk_dfBlock *block, std::int32_t nameId) noexcept
-{
-    if (nameId < 0 || block->positionByName == nullptr || nameId >= map_entries(block->positionByName))
-        return -1;
-    const std::int32_t position = block->positionByName[nameId];
-    if (position >= block->fieldCount || block->fields[position].nameId != nameId)
-        return -1;
-    return position;
-}
-
 }  // namespace navo::definitions
 
 extern "C" {
@@ -418,6 +386,7 @@ NAVO_API int32_t NAVO_CALL dk_dfInit(dk_dfDefinitionList **out) noexcept
 {
     if (out == nullptr)
         return 0;
+    navo::layout_changed();
     *out = navo::memory::make_zeroed<dk_dfDefinitionList>();
     return *out != nullptr;
 }
@@ -429,6 +398,7 @@ NAVO_API int32_t NAVO_CALL dk_dfDestroyDefinition(dk_dfDefinitionList *list, int
     // An index outside the list is refused (outside the contract).
     if (index < 0 || index >= list->count)
         return 0;
+    navo::layout_changed();
     navo::definitions::release_definition(list->items[index]);
     if (list->count == 1) {
         navo::memory::release(list->items);
@@ -461,6 +431,7 @@ NAVO_API int32_t NAVO_CALL dk_dfLoadDefinition(dk_dfDefinitionList *list, dk_sdD
 {
     if (list == nullptr || dictionary == nullptr || text == nullptr)
         return 0;
+    navo::layout_changed();
     return navo::definitions::load(*list, *dictionary, text) ? 1 : 0;
 }
 

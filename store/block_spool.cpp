@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "core/allocator.hpp"
+#include "core/context.hpp"
 #include "platform/temp_file.hpp"
 
 namespace navo::store {
@@ -113,6 +114,9 @@ bool buffer_record(Spool &spool) noexcept
                                                                            : unknown_position;
     spool.lastAccess = Access::read;
     spool.bufferedBytes = static_cast<std::int32_t>(got);
+    // Then no LF cuts a field as fgets would: read_field copies each without looking for one.
+    spool.recordWhole = got == static_cast<std::size_t>(spool.recordLength) &&
+                        std::memchr(spool.record, '\n', got) == nullptr && std::memchr(spool.record, '\0', got) == nullptr;
     return true;
 }
 
@@ -162,6 +166,7 @@ bool create_store(dk_Document &document, const dk_dfBlock &block, bool repeating
     if (block.fieldCount < 0 || block.recordLength < 0 || document.blockCount < 0 ||
         document.blockCount == std::numeric_limits<std::int32_t>::max())
         return false;
+    layout_changed();
     if (!memory::resize_array(document.blocks, static_cast<std::size_t>(document.blockCount) + 1))
         return false;
     // One allocation for the store and its hidden record buffer: a store costs no more
@@ -217,6 +222,7 @@ void destroy_store(dk_lfFilePool *pool, dk_lfBlock *store) noexcept
 {
     if (store == nullptr)
         return;
+    layout_changed();
     Spool &spool = spool_of(*store);
     for (const dk_lfField &slot : std::span{store->fields, count_of(spool.fieldCount)})
         memory::release(slot.text);
@@ -325,7 +331,7 @@ bool read_field(dk_lfBlock &store, const dk_dfBlock &block, std::int32_t fieldIn
     const std::int32_t available = std::min(spool.bufferedBytes - field.offset, field.width);
     const char *from = spool.record + field.offset;
     // fgets' cut: through the first LF, if one comes within the bytes available.
-    const auto *lineFeed = static_cast<const char *>(std::memchr(from, '\n', static_cast<std::size_t>(available)));
+    const auto *lineFeed = spool.recordWhole ? nullptr : static_cast<const char *>(std::memchr(from, '\n', static_cast<std::size_t>(available)));
     const std::size_t length =
         lineFeed != nullptr ? static_cast<std::size_t>(lineFeed - from) + 1 : static_cast<std::size_t>(available);
     std::memcpy(text, from, length);

@@ -36,8 +36,18 @@ struct Spool {
     Access lastAccess;
     std::int32_t bufferedBytes;  // bytes of the cursor's record held in `record`, or not_buffered
     char *record;                // recordLength + 1 bytes in the same allocation; repeating blocks only
+    bool recordWhole;            // the buffered record is recordLength bytes with no LF and no NUL
     std::int32_t fieldHint;      // position of the last field found by name: a guess, always verified
     std::int32_t blockHint;      // on a document's first store: position of the last block found by tag
+    // On a document's first store: where guess_field_place last found a block of this document,
+    // valid while the layout generation is `placeGeneration` (0: none) and the context's
+    // definition is `placeDefinition` (store/document_tables).
+    std::uint64_t placeGeneration;
+    const dk_dfDefinition *placeDefinition;
+    const dk_dfForm *placeForm;
+    const dk_dfBlock *placeBlock;
+    std::int32_t placePosition;
+    bool placeRepeating;
 };
 static_assert(std::is_standard_layout_v<Spool> && std::is_trivially_copyable_v<Spool>,
               "a Spool must stay pointer-interconvertible with its first member");

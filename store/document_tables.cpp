@@ -9,6 +9,7 @@
 #include <span>
 
 #include "core/allocator.hpp"
+#include "core/context.hpp"
 #include "definitions/definition_loader.hpp"
 #include "store/block_spool.hpp"
 
@@ -44,11 +45,6 @@ bool guess_tag(const dk_sdDictionary *dictionary, const char *block, const Targe
     return guess_id(dictionary, target.definition->blocks[ref.blockIndex].tagId, block, out);
 }
 
-// The form found last, by any thread on any context: a guess, verified like the others, so a
-// hint left by another context, another thread or a changed dictionary is only a failed guess.
-// Relaxed atomic: threads on their own contexts may race on it without harm.
-std::atomic<std::int32_t> formHint{-1};
-
 bool holds_documents(const dk_Context &ctx) noexcept
 {
     if (ctx.documentLists == nullptr)
@@ -61,6 +57,7 @@ bool holds_documents(const dk_Context &ctx) noexcept
 // place in the list.
 void remove_document_at(dk_DocumentList &list, std::int32_t docIndex) noexcept
 {
+    layout_changed();
     dk_Document &document = list.documents[docIndex];
     for (dk_lfBlock *store : std::span{document.blocks, count_of(document.blockCount)})
         destroy_store(document.filePool, store);
@@ -207,6 +204,7 @@ NAVO_API int32_t NAVO_CALL dk_InitDocuments(dk_Context *ctx, int32_t size) noexc
     // Eviction takes slot capacity - 1, so a pool needs at least one slot.
     if (definition == nullptr || size < 1)
         return 0;
+    navo::layout_changed();
     // Tables without documents are released rather than lost: a load calls this once per file.
     // Tables that still hold documents are left as they are, out of reach.
     if (!navo::store::holds_documents(*ctx)) {
@@ -252,6 +250,7 @@ NAVO_API int32_t NAVO_CALL dk_AddDocument(dk_Context *ctx, const char *form, int
     Target target;
     if (!navo::store::find_form(ctx, form, target) || target.form == nullptr)
         return 0;
+    navo::layout_changed();
     dk_DocumentList &list = *target.list;
     if (list.count == std::numeric_limits<int32_t>::max())
         return 0;

@@ -22,6 +22,24 @@ bool find_record(dk_Context *ctx, const char *form, std::int32_t docIndex, const
     return recordIndex >= 0 && recordIndex < target.store->recordCount;
 }
 
+// What read_field does for a field of a record already buffered whole (no LF, no NUL, every
+// byte there): the field's bytes as they stand, taken inline. False, with nothing changed, for
+// anything else; read_field then decides.
+inline bool take_whole_field(dk_lfBlock &store, const dk_dfBlock &block, dk_lfField &slot,
+                             const dk_dfField &field) noexcept
+{
+    const Spool &spool = spool_of(store);
+    if (store.file == nullptr || spool.record == nullptr || spool.bufferedBytes == not_buffered || !spool.recordWhole ||
+        block.fieldCount != spool.fieldCount || block.recordLength != spool.recordLength ||
+        field.offset >= spool.bufferedBytes)
+        return false;
+    const auto length = static_cast<std::size_t>(std::min(spool.bufferedBytes - field.offset, field.width));
+    std::memcpy(slot.text, spool.record + field.offset, length);
+    slot.text[length] = '\0';
+    slot.loaded = 1;
+    return true;
+}
+
 }  // namespace
 
 bool move_cursor(dk_Document &document, dk_lfBlock &store, const dk_dfBlock &block, std::int32_t recordIndex) noexcept
@@ -48,17 +66,27 @@ NAVO_API int32_t NAVO_CALL dk_SetField(dk_Context *ctx, const char *form, int32_
 {
     using namespace navo::store;
     Target target;
-    if (value == nullptr || !find_record(ctx, form, docIndex, block, recordIndex, target))
+    int32_t position = 0;
+    if (value == nullptr)
         return 0;
+    if (ctx == nullptr || !guess_field_place(*ctx, form, docIndex, block, recordIndex, field, target, position)) {
+        if (!find_record(ctx, form, docIndex, block, recordIndex, target))
+            return 0;
+        // The cursor moves before the field is looked up, as it always has.
+        if (target.repeating && recordIndex != target.store->currentRecord &&
+            !move_cursor(*target.document, *target.store, *target.block, recordIndex))
+            return 0;
+        const std::optional<int32_t> found = find_field(*ctx, field, target);
+        if (!found)
+            return 0;
+        position = *found;
+    } else if (target.repeating && recordIndex != target.store->currentRecord &&
+               !move_cursor(*target.document, *target.store, *target.block, recordIndex)) {
+        return 0;
+    }
     dk_lfBlock &store = *target.store;
-    if (target.repeating && recordIndex != store.currentRecord &&
-        !move_cursor(*target.document, store, *target.block, recordIndex))
-        return 0;
-    const std::optional<int32_t> position = find_field(*ctx, field, target);
-    if (!position)
-        return 0;
-    dk_lfField &slot = store.fields[*position];
-    const int32_t width = target.block->fields[*position].width;
+    dk_lfField &slot = store.fields[position];
+    const int32_t width = target.block->fields[position].width;
     int32_t i = 0;
     while (i < width && value[i] != '\0')
         i++;
@@ -78,27 +106,34 @@ NAVO_API int32_t NAVO_CALL dk_GetField(dk_Context *ctx, const char *form, int32_
         return 0;
     out[0] = '\0';
     Target target;
-    if (!find_record(ctx, form, docIndex, block, recordIndex, target))
-        return 0;
+    int32_t position = 0;
+    if (ctx == nullptr || !guess_field_place(*ctx, form, docIndex, block, recordIndex, field, target, position)) {
+        if (!find_record(ctx, form, docIndex, block, recordIndex, target))
+            return 0;
+        const std::optional<int32_t> found = find_field(*ctx, field, target);
+        if (!found)
+            return 0;
+        position = *found;
+    }
     dk_lfBlock &store = *target.store;
-    const std::optional<int32_t> position = find_field(*ctx, field, target);
-    if (!position)
-        return 0;
-    const dk_lfField &slot = store.fields[*position];
+    dk_lfField &slot = store.fields[position];
+    const dk_dfField &definition = target.block->fields[position];
     if (target.repeating && recordIndex != store.currentRecord) {
         if (!move_cursor(*target.document, store, *target.block, recordIndex) ||
-            !read_field(store, *target.block, *position))
+            !read_field(store, *target.block, position))
             return 0;
     } else if (!slot.loaded) {
-        if (store.file == nullptr && !open_store(*target.document, store))
-            return 0;
-        if (!read_field(store, *target.block, *position))
-            return 0;
+        if (!take_whole_field(store, *target.block, slot, definition)) {
+            if (store.file == nullptr && !open_store(*target.document, store))
+                return 0;
+            if (!read_field(store, *target.block, position))
+                return 0;
+        }
     }
     out[size - 1] = '\0';
     // The text up to its NUL, at most size - 1 bytes: a slot holds width + 1 bytes, its NUL among them.
     const auto room = static_cast<std::size_t>(size - 1);
-    const auto slotBytes = static_cast<std::size_t>(target.block->fields[*position].width) + 1;
+    const auto slotBytes = static_cast<std::size_t>(definition.width) + 1;
     const auto *nul = static_cast<const char *>(std::memchr(slot.text, '\0', std::min(room, slotBytes)));
     const std::size_t length = nul != nullptr ? static_cast<std::size_t>(nul - slot.text) + 1 : std::min(room, slotBytes);
     std::memcpy(out, slot.text, length);
