@@ -6,6 +6,7 @@
 #include <cstring>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include "core/allocator.hpp"
 #include "definitions/definition_loader.hpp"
@@ -20,37 +21,94 @@ namespace navo::interchange {
 
 namespace {
 
-bool put(std::FILE *stream, std::string_view text) noexcept
-{
-    return std::fwrite(text.data(), 1, text.size(), stream) == text.size();
-}
+// Where the writer's text goes. A host's stream takes each piece as it comes, by fwrite and
+// fputc, so a step stops at the first byte the stream refuses and the host holds exactly what was
+// written. dk_SaveNAVO's own file is opened in binary and unbuffered: the writer does the
+// text-mode translation itself (each LF out as CR LF, as the text streams of platform/text_stream
+// do) into a buffer of its own, and the file gets a full buffer per write (docs/decisions.md,
+// interchange/writer).
+class Sink {
+public:
+    explicit Sink(std::FILE *stream) noexcept : stream_(stream) {}
+    Sink(std::FILE *file, std::span<char> buffer) noexcept : stream_(file), buffer_(buffer) {}
+    Sink(const Sink &) = delete;
+    Sink &operator=(const Sink &) = delete;
+
+    bool put(std::string_view text) noexcept
+    {
+        if (buffer_.empty())
+            return std::fwrite(text.data(), 1, text.size(), stream_) == text.size();
+        for (;;) {
+            const auto *lineFeed = static_cast<const char *>(std::memchr(text.data(), '\n', text.size()));
+            if (lineFeed == nullptr)
+                return append(text);
+            const auto run = static_cast<std::size_t>(lineFeed - text.data());
+            if (!append(text.substr(0, run)) || !append(crlf))
+                return false;
+            text.remove_prefix(run + 1);
+        }
+    }
+    bool end_line() noexcept { return buffer_.empty() ? std::fputc('\n', stream_) != EOF : append(crlf); }
+    // Hands the buffered text to the file; false when the file took less.
+    bool flush() noexcept
+    {
+        const std::size_t used = std::exchange(used_, 0);
+        return used == 0 || std::fwrite(buffer_.data(), 1, used, stream_) == used;
+    }
+
+private:
+    static constexpr std::string_view crlf = "\r\n";
+
+    bool append(std::string_view bytes) noexcept
+    {
+        while (!bytes.empty()) {
+            if (used_ == buffer_.size() && !flush())
+                return false;
+            const std::size_t part = std::min(bytes.size(), buffer_.size() - used_);
+            std::memcpy(buffer_.data() + used_, bytes.data(), part);
+            used_ += part;
+            bytes.remove_prefix(part);
+        }
+        return true;
+    }
+
+    std::FILE *stream_;
+    std::span<char> buffer_;
+    std::size_t used_ = 0;
+};
 
 // A literal of the format on a line of its own.
-bool write_line(std::FILE *stream, std::string_view literal) noexcept
+bool write_line(Sink &out, std::string_view literal) noexcept
 {
-    return put(stream, literal) && std::fputc('\n', stream) != EOF;
+    return out.put(literal) && out.end_line();
 }
 
 // A tag built from a name: start + name + end, as "<" X ".DP>" or "</" T ">".
-bool write_tag(std::FILE *stream, std::string_view start, std::string_view name, std::string_view end) noexcept
+bool write_tag(Sink &out, std::string_view start, std::string_view name, std::string_view end) noexcept
 {
-    return put(stream, start) && put(stream, name) && put(stream, end) && std::fputc('\n', stream) != EOF;
+    return out.put(start) && out.put(name) && out.put(end) && out.end_line();
+}
+
+// Writes `text` and a line feed: up to its terminator, never past the end of the span.
+bool write_text(Sink &out, std::span<const char> text) noexcept
+{
+    return out.put(text_of(text)) && out.end_line();
 }
 
 // The texts of an envelope record, a line each, in the order of the format's table.
-bool write_record(std::FILE *stream, std::span<const char> record, std::span<const Line> lines) noexcept
+bool write_record(Sink &out, std::span<const char> record, std::span<const Line> lines) noexcept
 {
     const std::size_t recordEnd = lines.back().member + static_cast<std::size_t>(lines.back().width) + 1;
     return std::all_of(lines.begin(), lines.end(), [&](const Line &line) {
-        return write_text(stream, record.subspan(line.member, recordEnd - line.member));
+        return write_text(out, record.subspan(line.member, recordEnd - line.member));
     });
 }
 
-bool write_error_notes(std::FILE *stream, const dk_ErrorNote *notes, std::int32_t count) noexcept
+bool write_error_notes(Sink &out, const dk_ErrorNote *notes, std::int32_t count) noexcept
 {
     for (std::int32_t i = 0; i < count && notes != nullptr; i++) {
-        if (!write_line(stream, tag::error_open) || !write_record(stream, bytes_of(notes[i]), error_note_lines) ||
-            !write_line(stream, tag::error_close))
+        if (!write_line(out, tag::error_open) || !write_record(out, bytes_of(notes[i]), error_note_lines) ||
+            !write_line(out, tag::error_close))
             return false;
     }
     return true;
@@ -68,13 +126,13 @@ bool kinds_valid(const dk_DocFooter &footer) noexcept
     return true;
 }
 
-bool write_ocr_notes(std::FILE *stream, const dk_OcrNote *notes, std::int32_t count) noexcept
+bool write_ocr_notes(Sink &out, const dk_OcrNote *notes, std::int32_t count) noexcept
 {
     for (std::int32_t i = 0; i < count && notes != nullptr; i++) {
         const std::string_view letters = ocr_kind_letters[static_cast<std::size_t>(notes[i].kind)];
-        if (!write_tag(stream, tag::ocr_open_prefix, letters, tag::end) ||
-            !write_record(stream, bytes_of(notes[i]), ocr_note_lines) ||
-            !write_tag(stream, tag::ocr_close_prefix, letters, tag::end))
+        if (!write_tag(out, tag::ocr_open_prefix, letters, tag::end) ||
+            !write_record(out, bytes_of(notes[i]), ocr_note_lines) ||
+            !write_tag(out, tag::ocr_close_prefix, letters, tag::end))
             return false;
     }
     return true;
@@ -83,9 +141,9 @@ bool write_ocr_notes(std::FILE *stream, const dk_OcrNote *notes, std::int32_t co
 // One record of one block: the tag and each field as dk_GetField gives it, which moves the
 // cursor of a repeating block and so saves its cached changes on the way.
 bool write_block_record(dk_Context &ctx, const char *form, std::int32_t docIndex, const dk_dfBlock &block,
-                        const char *tagName, std::int32_t recordIndex, std::FILE *stream) noexcept
+                        const char *tagName, std::int32_t recordIndex, Sink &out) noexcept
 {
-    if (!write_tag(stream, tag::start, tagName, tag::end))
+    if (!write_tag(out, tag::start, tagName, tag::end))
         return false;
     for (std::int32_t f = 0; f < block.fieldCount; f++) {
         const std::int32_t width = block.fields[f].width;
@@ -94,10 +152,10 @@ bool write_block_record(dk_Context &ctx, const char *form, std::int32_t docIndex
         const memory::Owned<char> buffer(static_cast<char *>(memory::allocate(room)));
         if (!buffer || name == nullptr ||
             !dk_GetField(&ctx, form, docIndex, tagName, recordIndex, name, buffer.get(), width + 1) ||
-            !write_text(stream, {buffer.get(), room}))
+            !write_text(out, {buffer.get(), room}))
             return false;
     }
-    return write_tag(stream, tag::close_start, tagName, tag::end);
+    return write_tag(out, tag::close_start, tagName, tag::end);
 }
 
 // The records of one block reference as write_block_record writes them, with the store walked
@@ -115,64 +173,21 @@ public:
     // Blocks with more fields than the walk keeps positions for go field by field through dk_GetField.
     bool fits() const noexcept { return block_.fieldCount >= 0 && static_cast<std::size_t>(block_.fieldCount) <= max_fields; }
 
-    bool write_record(std::int32_t recordIndex, std::FILE *stream) noexcept
+    bool write_record(std::int32_t recordIndex, Sink &out) noexcept
     {
-        if (!write_tag(stream, tag::start, tagName_, tag::end))
-            return false;
-        for (std::int32_t f = 0; f < block_.fieldCount; f++) {
-            if (!find(f) || !field(recordIndex, f, stream))
-                return false;
-        }
-        return write_tag(stream, tag::close_start, tagName_, tag::end);
-    }
-
-    // The same record assembled in a buffer and handed to the stream in one write: only for the
-    // library's own stream of dk_SaveNAVO (docs/decisions.md, interchange/writer).
-    bool write_record_at_once(std::int32_t recordIndex, std::FILE *stream) noexcept
-    {
-        Assembled out(stream);
-        if (!out.add(tag::start) || !out.add(tagName_) || !out.add(tag::end) || !out.add("\n"))
+        if (!write_tag(out, tag::start, tagName_, tag::end))
             return false;
         for (std::int32_t f = 0; f < block_.fieldCount; f++) {
             std::string_view text;
-            if (!find(f) || !field_text(recordIndex, f, text) || !out.add(text) || !out.add("\n"))
+            if (!find(f) || !field_text(recordIndex, f, text) || !out.put(text) || !out.end_line())
                 return false;
         }
-        return out.add(tag::close_start) && out.add(tagName_) && out.add(tag::end) && out.add("\n") && out.flush();
+        return write_tag(out, tag::close_start, tagName_, tag::end);
     }
 
     static constexpr std::size_t max_fields = 512;
 
 private:
-    // Bytes gathered for one write; a record larger than the buffer goes in several.
-    class Assembled {
-    public:
-        explicit Assembled(std::FILE *stream) noexcept : stream_(stream) {}
-        bool add(std::string_view text) noexcept
-        {
-            while (!text.empty()) {
-                if (used_ == bytes_.size() && !flush())
-                    return false;
-                const std::size_t part = std::min(text.size(), bytes_.size() - used_);
-                std::memcpy(bytes_.data() + used_, text.data(), part);
-                used_ += part;
-                text.remove_prefix(part);
-            }
-            return true;
-        }
-        bool flush() noexcept
-        {
-            const bool ok = put(stream_, {bytes_.data(), used_});
-            used_ = 0;
-            return ok;
-        }
-
-    private:
-        std::FILE *stream_;
-        std::size_t used_ = 0;
-        std::array<char, 4096> bytes_;
-    };
-
     // The block lookup of dk_GetField: tag to ID to the form's first reference with that tag.
     bool find_block() noexcept
     {
@@ -201,13 +216,6 @@ private:
         return position.has_value();
     }
 
-    // dk_GetField(ctx, form, doc, tag, recordIndex, name, out, width + 1), then the text and LF.
-    bool field(std::int32_t recordIndex, std::int32_t f, std::FILE *stream) noexcept
-    {
-        std::string_view text;
-        return field_text(recordIndex, f, text) && put(stream, text) && std::fputc('\n', stream) != EOF;
-    }
-
     // What dk_GetField(ctx, form, doc, tag, recordIndex, name, out, width + 1) puts in `out`.
     bool field_text(std::int32_t recordIndex, std::int32_t f, std::string_view &text) noexcept
     {
@@ -219,12 +227,12 @@ private:
         if (recordIndex < 0 || recordIndex >= store.recordCount)
             return false;
         const std::int32_t position = positions_[static_cast<std::size_t>(f)];
-        const dk_lfField &slot = store.fields[position];
+        dk_lfField &slot = store.fields[position];
         if (t.repeating && recordIndex != store.currentRecord) {
             if (!store::move_cursor(*t.document, store, *t.block, recordIndex) ||
                 !store::read_field(store, *t.block, position))
                 return false;
-        } else if (!slot.loaded) {
+        } else if (!slot.loaded && !store::take_whole_field(store, *t.block, slot, t.block->fields[position])) {
             if (store.file == nullptr && !store::open_store(*t.document, store))
                 return false;
             if (!store::read_field(store, *t.block, position))
@@ -249,8 +257,69 @@ private:
     std::array<std::int32_t, max_fields> positions_{};
 };
 
+bool write_prolog(dk_Context &ctx, Sink &out) noexcept
+{
+    // The three lines lie side by side; an unterminated one runs on but stops at the last.
+    return write_record(out, bytes_of(ctx.prolog), prolog_lines);
+}
+
+bool write_header(dk_Context &ctx, Sink &out) noexcept
+{
+    return write_line(out, tag::navo_open) && write_line(out, tag::file_header_open) &&
+           write_record(out, bytes_of(ctx.header), file_header_lines) && write_line(out, tag::file_header_close);
+}
+
+bool write_footer(dk_Context &ctx, Sink &out) noexcept
+{
+    return write_line(out, tag::file_footer_open) && write_error_notes(out, ctx.footer.notes, ctx.footer.noteCount) &&
+           write_line(out, tag::file_footer_close) && write_line(out, tag::navo_close);
+}
+
+// dk_SaveDocument.
+bool save_document(dk_Context *ctx, const char *form, std::int32_t docIndex, Sink &out, std::int32_t envelope) noexcept
+{
+    store::Target target;
+    if (!store::find_form(ctx, form, target) || target.form == nullptr || !store::find_document(target, docIndex) ||
+        target.document->blockCount < target.form->refCount)
+        return false;
+    dk_Document &document = *target.document;
+    if (envelope != 0 && !kinds_valid(document.footer))
+        return false;
+    if (envelope != 0) {
+        if (!write_tag(out, tag::start, form, tag::section_suffix) || !write_line(out, tag::doc_header_open) ||
+            !write_record(out, bytes_of(document.header), doc_header_lines) ||
+            !write_line(out, tag::doc_header_close))
+            return false;
+    }
+    if (!write_tag(out, tag::start, form, tag::end))
+        return false;
+    for (int32_t r = 0; r < target.form->refCount; r++) {
+        const dk_dfBlock &block = target.definition->blocks[target.form->refs[r].blockIndex];
+        const char *tagName = ctx->dictionary->strings[block.tagId];
+        // Field access adds and removes no document, so the document stays where it is.
+        const int32_t recordCount = document.blocks[r]->recordCount;
+        if (tagName == nullptr)
+            return false;
+        BlockWalk walk(*ctx, target, block, tagName);
+        for (int32_t record = 0; record < recordCount; record++) {
+            const bool written = walk.fits() ? walk.write_record(record, out)
+                                             : write_block_record(*ctx, form, docIndex, block, tagName, record, out);
+            if (!written)
+                return false;
+        }
+    }
+    if (!write_tag(out, tag::close_start, form, tag::end))
+        return false;
+    if (envelope == 0)
+        return true;
+    return write_line(out, tag::doc_footer_open) &&
+           write_ocr_notes(out, document.footer.ocrNotes, document.footer.ocrCount) &&
+           write_error_notes(out, document.footer.errorNotes, document.footer.errorCount) &&
+           write_line(out, tag::doc_footer_close) && write_tag(out, tag::close_start, form, tag::section_suffix);
+}
+
 // Every document of the context, form by form in the order of the definition.
-bool write_all_documents(dk_Context &ctx, std::FILE *stream, std::int32_t envelope) noexcept
+bool write_all_documents(dk_Context &ctx, Sink &out, std::int32_t envelope) noexcept
 {
     if (ctx.documentLists == nullptr || ctx.dictionary == nullptr)
         return true;
@@ -263,7 +332,7 @@ bool write_all_documents(dk_Context &ctx, std::FILE *stream, std::int32_t envelo
         if (name == nullptr)
             return false;
         for (std::int32_t d = 0; d < ctx.documentLists[i].count; d++) {
-            if (!save_document(&ctx, name, d, stream, envelope, true))
+            if (!save_document(&ctx, name, d, out, envelope))
                 return false;
         }
     }
@@ -271,12 +340,6 @@ bool write_all_documents(dk_Context &ctx, std::FILE *stream, std::int32_t envelo
 }
 
 }  // namespace
-
-bool write_text(std::FILE *stream, std::span<const char> text) noexcept
-{
-    const std::string_view line = text_of(text);
-    return put(stream, line) && std::fputc('\n', stream) != EOF;
-}
 
 }  // namespace navo::interchange
 
@@ -295,90 +358,35 @@ NAVO_API int32_t NAVO_CALL dk_OpenFileforSave(FILE **out, const char *path) noex
 
 NAVO_API int32_t NAVO_CALL dk_SaveProlog(dk_Context *ctx, FILE *stream) noexcept
 {
-    using namespace navo::interchange;
     if (ctx == nullptr || stream == nullptr)
         return 0;
-    // The three lines lie side by side; an unterminated one runs on but stops at the last.
-    return write_record(stream, bytes_of(ctx->prolog), prolog_lines);
+    navo::interchange::Sink out(stream);
+    return navo::interchange::write_prolog(*ctx, out) ? 1 : 0;
 }
 
 NAVO_API int32_t NAVO_CALL dk_SaveHeader(dk_Context *ctx, FILE *stream) noexcept
 {
-    using namespace navo::interchange;
     if (ctx == nullptr || stream == nullptr)
         return 0;
-    return write_line(stream, tag::navo_open) && write_line(stream, tag::file_header_open) &&
-           write_record(stream, bytes_of(ctx->header), file_header_lines) &&
-           write_line(stream, tag::file_header_close);
+    navo::interchange::Sink out(stream);
+    return navo::interchange::write_header(*ctx, out) ? 1 : 0;
 }
-
-}  // extern "C"
-
-namespace navo::interchange {
-
-// dk_SaveDocument; `ownStream` is true only for the stream dk_SaveNAVO opened itself.
-bool save_document(dk_Context *ctx, const char *form, std::int32_t docIndex, std::FILE *stream, std::int32_t envelope,
-                   bool ownStream) noexcept
-{
-    store::Target target;
-    if (stream == nullptr || !store::find_form(ctx, form, target) || target.form == nullptr ||
-        !store::find_document(target, docIndex) || target.document->blockCount < target.form->refCount)
-        return 0;
-    dk_Document &document = *target.document;
-    if (envelope != 0 && !kinds_valid(document.footer))
-        return 0;
-    if (envelope != 0) {
-        if (!write_tag(stream, tag::start, form, tag::section_suffix) || !write_line(stream, tag::doc_header_open) ||
-            !write_record(stream, bytes_of(document.header), doc_header_lines) ||
-            !write_line(stream, tag::doc_header_close))
-            return 0;
-    }
-    if (!write_tag(stream, tag::start, form, tag::end))
-        return 0;
-    for (int32_t r = 0; r < target.form->refCount; r++) {
-        const dk_dfBlock &block = target.definition->blocks[target.form->refs[r].blockIndex];
-        const char *tagName = ctx->dictionary->strings[block.tagId];
-        // Field access adds and removes no document, so the document stays where it is.
-        const int32_t recordCount = document.blocks[r]->recordCount;
-        if (tagName == nullptr)
-            return 0;
-        BlockWalk walk(*ctx, target, block, tagName);
-        for (int32_t record = 0; record < recordCount; record++) {
-            const bool written = !walk.fits() ? write_block_record(*ctx, form, docIndex, block, tagName, record, stream)
-                                 : ownStream  ? walk.write_record_at_once(record, stream)
-                                              : walk.write_record(record, stream);
-            if (!written)
-                return 0;
-        }
-    }
-    if (!write_tag(stream, tag::close_start, form, tag::end))
-        return 0;
-    if (envelope == 0)
-        return 1;
-    return write_line(stream, tag::doc_footer_open) &&
-           write_ocr_notes(stream, document.footer.ocrNotes, document.footer.ocrCount) &&
-           write_error_notes(stream, document.footer.errorNotes, document.footer.errorCount) &&
-           write_line(stream, tag::doc_footer_close) && write_tag(stream, tag::close_start, form, tag::section_suffix);
-}
-
-}  // namespace navo::interchange
-
-extern "C" {
 
 NAVO_API int32_t NAVO_CALL dk_SaveDocument(dk_Context *ctx, const char *form, int32_t docIndex, FILE *stream,
                                           int32_t envelope) noexcept
 {
-    return navo::interchange::save_document(ctx, form, docIndex, stream, envelope, false) ? 1 : 0;
+    if (stream == nullptr)
+        return 0;
+    navo::interchange::Sink out(stream);
+    return navo::interchange::save_document(ctx, form, docIndex, out, envelope) ? 1 : 0;
 }
 
 NAVO_API int32_t NAVO_CALL dk_SaveFooter(dk_Context *ctx, FILE *stream) noexcept
 {
-    using namespace navo::interchange;
     if (ctx == nullptr || stream == nullptr)
         return 0;
-    return write_line(stream, tag::file_footer_open) &&
-           write_error_notes(stream, ctx->footer.notes, ctx->footer.noteCount) &&
-           write_line(stream, tag::file_footer_close) && write_line(stream, tag::navo_close);
+    navo::interchange::Sink out(stream);
+    return navo::interchange::write_footer(*ctx, out) ? 1 : 0;
 }
 
 NAVO_API int32_t NAVO_CALL dk_CloseFile(FILE *stream) noexcept
@@ -392,14 +400,21 @@ NAVO_API int32_t NAVO_CALL dk_CloseFile(FILE *stream) noexcept
 
 NAVO_API int32_t NAVO_CALL dk_SaveNAVO(dk_Context *ctx, const char *path, int32_t envelope) noexcept
 {
-    FILE *opened = nullptr;
-    if (ctx == nullptr || !dk_OpenFileforSave(&opened, path))
+    using namespace navo::interchange;
+    if (ctx == nullptr || path == nullptr)
         return 0;
-    // Closed on success and failure alike; what the close reports is not examined.
-    const navo::platform::File stream(opened);
-    const bool ok = (envelope == 0 || (dk_SaveProlog(ctx, stream.get()) && dk_SaveHeader(ctx, stream.get()))) &&
-                    navo::interchange::write_all_documents(*ctx, stream.get(), envelope) &&
-                    (envelope == 0 || dk_SaveFooter(ctx, stream.get()));
+    // The file is created or emptied as the text-mode open of dk_OpenFileforSave does; the
+    // translation is the sink's.
+    const navo::platform::File file(std::fopen(path, "wb"));
+    if (!file)
+        return 0;
+    std::setvbuf(file.get(), nullptr, _IONBF, 0);
+    std::array<char, save_buffer_size> buffer;
+    Sink out(file.get(), buffer);
+    const bool ok = (envelope == 0 || (write_prolog(*ctx, out) && write_header(*ctx, out))) &&
+                    write_all_documents(*ctx, out, envelope) && (envelope == 0 || write_footer(*ctx, out));
+    // The last buffered text goes to the file at the close, whose result is not examined.
+    static_cast<void>(out.flush());
     return ok ? 1 : 0;
 }
 

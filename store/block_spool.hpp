@@ -1,7 +1,9 @@
 // store/block_spool.hpp - block stores: the field cache, the spool file behind a repeating block, the file pool.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <cstdint>
 #include <span>
 #include <type_traits>
@@ -98,5 +100,24 @@ bool read_field(dk_lfBlock &store, const dk_dfBlock &block, std::int32_t fieldIn
 // Moves record `record` + 1 to `record` through `buffer` of record length + 1 bytes, as fgets
 // and fputs would carry it.
 bool shift_record(dk_lfBlock &store, std::int32_t record, std::span<char> buffer) noexcept;
+
+// What read_field does for a field of a record already buffered whole (no LF, no NUL, every
+// byte there): the field's bytes as they stand, taken inline. False, with nothing changed, for
+// anything else; read_field then decides.
+inline bool take_whole_field(dk_lfBlock &store, const dk_dfBlock &block, dk_lfField &slot,
+                             const dk_dfField &field) noexcept
+{
+    const Spool &spool = spool_of(store);
+    if (store.file == nullptr || spool.record == nullptr || spool.bufferedBytes == not_buffered || !spool.recordWhole ||
+        block.fieldCount != spool.fieldCount || block.recordLength != spool.recordLength ||
+        field.offset >= spool.bufferedBytes)
+        return false;
+    const auto length = static_cast<std::size_t>(std::min(spool.bufferedBytes - field.offset, field.width));
+    std::memcpy(slot.text, spool.record + field.offset, length);
+    slot.text[length] = '\0';
+    slot.loaded = 1;
+    return true;
+}
+
 
 }  // namespace navo::store

@@ -22,24 +22,6 @@ bool find_record(dk_Context *ctx, const char *form, std::int32_t docIndex, const
     return recordIndex >= 0 && recordIndex < target.store->recordCount;
 }
 
-// What read_field does for a field of a record already buffered whole (no LF, no NUL, every
-// byte there): the field's bytes as they stand, taken inline. False, with nothing changed, for
-// anything else; read_field then decides.
-inline bool take_whole_field(dk_lfBlock &store, const dk_dfBlock &block, dk_lfField &slot,
-                             const dk_dfField &field) noexcept
-{
-    const Spool &spool = spool_of(store);
-    if (store.file == nullptr || spool.record == nullptr || spool.bufferedBytes == not_buffered || !spool.recordWhole ||
-        block.fieldCount != spool.fieldCount || block.recordLength != spool.recordLength ||
-        field.offset >= spool.bufferedBytes)
-        return false;
-    const auto length = static_cast<std::size_t>(std::min(spool.bufferedBytes - field.offset, field.width));
-    std::memcpy(slot.text, spool.record + field.offset, length);
-    slot.text[length] = '\0';
-    slot.loaded = 1;
-    return true;
-}
-
 }  // namespace
 
 bool move_cursor(dk_Document &document, dk_lfBlock &store, const dk_dfBlock &block, std::int32_t recordIndex) noexcept
