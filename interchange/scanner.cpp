@@ -440,6 +440,53 @@ bool BulkInput::take_text(TextBuffer &text) noexcept
     }
 }
 
+namespace {
+
+// Whether `bytes` hold no TAB, LF or CR, which the byte-wise readers would drop or translate.
+bool plain(std::string_view bytes) noexcept
+{
+    return std::none_of(bytes.begin(), bytes.end(), [](char c) { return c == '\t' || c == '\n' || c == '\r'; });
+}
+
+}  // namespace
+
+bool BulkInput::take_tag(std::span<char> out) noexcept
+{
+    // What read_tag_from passes over before the '<': blanks and CRs, and the TABs, LFs and
+    // CR LFs that next() drops, each LF counted.
+    while (position_ < end_) {
+        const char c = buffer_[position_];
+        if (c == ' ' || c == '\t' || (c == '\r' && buffer_[position_ + 1] != '\n')) {
+            position_++;
+        } else if (c == '\n' || c == '\r') {
+            position_ += c == '\r' ? 2 : 1;
+            count_lines_read(1);
+        } else {
+            break;
+        }
+    }
+    if (position_ == end_ || buffer_[position_] != '<')
+        return false;
+    const std::string_view rest{buffer_.data() + position_, end_ - position_};
+    const std::size_t close = rest.find('>');
+    if (close == std::string_view::npos || close >= out.size() || !plain(rest.substr(0, close)))
+        return false;
+    std::fill(out.begin(), out.end(), '\0');
+    std::copy_n(rest.data(), close + 1, out.begin());
+    position_ += close + 1;
+    return true;
+}
+
+bool BulkInput::take_closing(std::string_view block) noexcept
+{
+    const std::string_view rest{buffer_.data() + position_, end_ - position_};
+    if (rest.size() < block.size() + 2 || rest[0] != '/' || rest.substr(1, block.size()) != block ||
+        rest[block.size() + 1] != '>' || !plain(block))
+        return false;
+    position_ += block.size() + 2;
+    return true;
+}
+
 std::int32_t BulkInput::count_lines() noexcept
 {
     // fgets takes a line in pieces of fgets_piece characters: a run of n characters and its LF
@@ -564,12 +611,12 @@ bool read_count(BulkInput &input, std::span<char> out, std::int32_t count) noexc
 
 bool read_tag(BulkInput &input, std::span<char> out) noexcept
 {
-    return read_tag_from(input, out);
+    return input.take_tag(out) || read_tag_from(input, out);
 }
 
 bool read_element(BulkInput &input, TextBuffer &text, std::optional<std::string_view> block) noexcept
 {
-    return input.take_text(text) && close_element(input, block);
+    return input.take_text(text) && ((block && input.take_closing(*block)) || close_element(input, block));
 }
 
 bool next_section(BulkInput &input, std::span<char> out) noexcept

@@ -65,6 +65,12 @@ public:
     // Reads the text before the next '<' into `text` (TAB and LF dropped, LFs counted) and takes
     // the '<'. False at the end of the input or when the text cannot grow.
     bool take_text(TextBuffer &text) noexcept;
+    // The fast ends of read_tag and close_element, for what stands whole in the buffer without a
+    // TAB, LF or CR inside: the blanks, CRs and line ends before a tag's '<' (lines counted),
+    // then the tag through its '>' into `out` (zero-filled first); or "/" `block` ">" exactly.
+    // False, with only those leading characters taken, where the byte-wise readers must decide.
+    bool take_tag(std::span<char> out) noexcept;
+    bool take_closing(std::string_view block) noexcept;
     // What the do-while over fgets(line, 200, stream) of the loader's line count gives on a text
     // stream: one more than the calls that return a line. Reads the whole file and rewinds it.
     std::int32_t count_lines() noexcept;

@@ -104,8 +104,8 @@ bool shift_record(dk_lfBlock &store, std::int32_t record, std::span<char> buffer
 // What read_field does for a field of a record already buffered whole (no LF, no NUL, every
 // byte there): the field's bytes as they stand, taken inline. False, with nothing changed, for
 // anything else; read_field then decides.
-inline bool take_whole_field(dk_lfBlock &store, const dk_dfBlock &block, dk_lfField &slot,
-                             const dk_dfField &field) noexcept
+inline bool take_whole_field(dk_lfBlock &store, const dk_dfBlock &block, dk_lfField &slot, const dk_dfField &field,
+                             std::size_t *taken = nullptr) noexcept
 {
     const Spool &spool = spool_of(store);
     if (store.file == nullptr || spool.record == nullptr || spool.bufferedBytes == not_buffered || !spool.recordWhole ||
@@ -116,6 +116,8 @@ inline bool take_whole_field(dk_lfBlock &store, const dk_dfBlock &block, dk_lfFi
     std::memcpy(slot.text, spool.record + field.offset, length);
     slot.text[length] = '\0';
     slot.loaded = 1;
+    if (taken != nullptr)
+        *taken = length;  // and no NUL before it
     return true;
 }
 

@@ -48,6 +48,23 @@ std::optional<std::int32_t> find_field(dk_Context &ctx, const char *field, const
 // found last, the block found last in this document, the field after the last one found in this
 // store or that field again. False, with nothing changed, for anything else; the caller then
 // takes the lookups one by one, which give the same answer where both give one.
+// Whether dictionary string `id` is `text`, byte for byte (the test of guess_id).
+[[gnu::always_inline]] inline bool names_id(const dk_sdDictionary &dictionary, std::int32_t id, const char *text) noexcept
+{
+    return id >= 0 && id < dictionary.count && dictionary.strings[id] != nullptr &&
+           std::strcmp(dictionary.strings[id], text) == 0;
+}
+
+// Whether field `at` of `block` is named `field` and is the position the block's map gives for
+// that name, which is what field_position would answer.
+[[gnu::always_inline]] inline bool is_field_at(const dk_sdDictionary &dictionary, const dk_dfBlock &block,
+                                               const std::int32_t *byName, std::int32_t at, const char *field) noexcept
+{
+    const std::int32_t id = block.fields[at].nameId;
+    return names_id(dictionary, id, field) && byName != nullptr && id < navo::definitions::map_entries(byName) &&
+           byName[id] == at;
+}
+
 // Inline: field reads and writes take it on every call.
 [[gnu::always_inline]] inline bool guess_field_place(dk_Context &ctx, const char *form, std::int32_t docIndex, const char *block,
                        std::int32_t recordIndex, const char *field, Target &target, std::int32_t &position) noexcept
@@ -58,8 +75,7 @@ std::optional<std::int32_t> find_field(dk_Context &ctx, const char *field, const
         dictionary == nullptr || dictionary->buckets == nullptr || dictionary->bucketCount == 0)
         return false;
     const auto names = [dictionary](std::int32_t id, const char *text) noexcept {
-        return id >= 0 && id < dictionary->count && dictionary->strings[id] != nullptr &&
-               std::strcmp(dictionary->strings[id], text) == 0;
+        return names_id(*dictionary, id, text);
     };
     const std::int32_t formId = formHint.load(std::memory_order_relaxed);
     if (formId < 0 || formId >= ctx.formCount || !names(formId, form))
@@ -110,11 +126,9 @@ std::optional<std::int32_t> find_field(dk_Context &ctx, const char *field, const
     // A field guessed by position is taken when its name is `field` and the block's map gives
     // that position for the name, which is what field_position would answer.
     const std::int32_t *byName = blockDefinition.positionByName;
-    const auto is_field = [&](std::int32_t at) noexcept {
-        const std::int32_t id = blockDefinition.fields[at].nameId;
-        return names(id, field) && byName != nullptr && id < navo::definitions::map_entries(byName) && byName[id] == at;
-    };
-    const std::int32_t fieldPosition = is_field(next) ? next : is_field(hint) ? hint : -1;
+    const std::int32_t fieldPosition = is_field_at(*dictionary, blockDefinition, byName, next, field)   ? next
+                                       : is_field_at(*dictionary, blockDefinition, byName, hint, field) ? hint
+                                                                                                        : -1;
     if (fieldPosition < 0 || fieldPosition >= spool.fieldCount)
         return false;
     formHint.store(formId, std::memory_order_relaxed);

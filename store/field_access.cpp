@@ -100,12 +100,15 @@ NAVO_API int32_t NAVO_CALL dk_GetField(dk_Context *ctx, const char *form, int32_
     dk_lfBlock &store = *target.store;
     dk_lfField &slot = store.fields[position];
     const dk_dfField &definition = target.block->fields[position];
+    std::size_t taken = 0;
+    bool takenWhole = false;
     if (target.repeating && recordIndex != store.currentRecord) {
         if (!move_cursor(*target.document, store, *target.block, recordIndex) ||
             !read_field(store, *target.block, position))
             return 0;
     } else if (!slot.loaded) {
-        if (!take_whole_field(store, *target.block, slot, definition)) {
+        takenWhole = take_whole_field(store, *target.block, slot, definition, &taken);
+        if (!takenWhole) {
             if (store.file == nullptr && !open_store(*target.document, store))
                 return 0;
             if (!read_field(store, *target.block, position))
@@ -115,9 +118,15 @@ NAVO_API int32_t NAVO_CALL dk_GetField(dk_Context *ctx, const char *form, int32_
     out[size - 1] = '\0';
     // The text up to its NUL, at most size - 1 bytes: a slot holds width + 1 bytes, its NUL among them.
     const auto room = static_cast<std::size_t>(size - 1);
-    const auto slotBytes = static_cast<std::size_t>(definition.width) + 1;
-    const auto *nul = static_cast<const char *>(std::memchr(slot.text, '\0', std::min(room, slotBytes)));
-    const std::size_t length = nul != nullptr ? static_cast<std::size_t>(nul - slot.text) + 1 : std::min(room, slotBytes);
+    std::size_t length = 0;
+    if (takenWhole) {
+        // The text just taken has its NUL at `taken` and none before, and taken <= width.
+        length = std::min(taken + 1, room);
+    } else {
+        const auto slotBytes = static_cast<std::size_t>(definition.width) + 1;
+        const auto *nul = static_cast<const char *>(std::memchr(slot.text, '\0', std::min(room, slotBytes)));
+        length = nul != nullptr ? static_cast<std::size_t>(nul - slot.text) + 1 : std::min(room, slotBytes);
+    }
     std::memcpy(out, slot.text, length);
     return 1;
 }
