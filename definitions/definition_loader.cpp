@@ -418,6 +418,7 @@ NAVO_API int32_t NAVO_CALL dk_dfDestroy(dk_dfDefinitionList **pointer) noexcept
 {
     if (pointer == nullptr || *pointer == nullptr)
         return 1;
+    navo::layout_changed();
     dk_dfDefinitionList *list = *pointer;
     while (list->count > 0)
         dk_dfDestroyDefinition(list, 0);

@@ -5,18 +5,26 @@
 #include <sys/resource.h>
 #endif
 
+#include <array>
 #include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <iterator>
+#include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
+#include "core/allocator.hpp"
+#include "core/context.hpp"
 #include "interchange/document_loader.hpp"
+#include "interchange/scanner.hpp"
 #include "interchange/writer.hpp"
 #include "navo.h"
 #include "navo_builder.h"
+#include "platform/file_input.hpp"
 #include "platform/text_stream.hpp"
 #include "test_support.h"
 
@@ -327,6 +335,80 @@ TEST_F(FastPaths, CutAndTranslatedInputsGiveTheSameCodesAndLines)
     EXPECT_EQ(7020175453844446487ull, digest);
 }
 
+// The loader's buffered readers, which read the raw file and apply the text-mode rules themselves
+// (16 bytes at a time where they can, tags and closing tags whole), against the byte-wise readers
+// on a text stream of the same file: the same answers, texts and line counts, call for call, on
+// tags and texts full of TABs, LFs, CR LFs, lone CRs, CR CR LFs and a 0x1A, whose pieces fall
+// on every offset of the 16-byte blocks and across the 32 KiB runs of the buffer.
+TEST_F(FastPaths, BufferedReadersAnswerAsTheByteWiseReaders)
+{
+    const std::string pieces[] = {"\r\n", "\n", "\t", "\r", "\r\r\n", " ", "x", "0123456789abcdef", "<",
+                                  ">", "/", "AB", "ab"};
+    std::mt19937 random(20261124);
+    for (int round = 0; round < 24; round++) {
+        SCOPED_TRACE(round);
+        // Elements "<T>text</T>" with noise inside and between, some cut short.
+        std::string bytes;
+        const size_t target = round % 3 == 0 ? 70000 : 3000;
+        while (bytes.size() < target) {
+            const std::string name = random() % 2 ? "AB" : "ab";
+            bytes += "<" + name + ">";
+            for (int k = static_cast<int>(random() % 12); k > 0; k--)
+                bytes += pieces[random() % 8];
+            bytes += random() % 5 == 0 ? "</" + std::string(random() % 2 ? "AB" : "Ab") + ">" : "</" + name + ">";
+            for (int k = static_cast<int>(random() % 3); k > 0; k--)
+                bytes += pieces[random() % std::size(pieces)];
+        }
+        if (round % 4 == 1)
+            bytes[bytes.size() / 2] = '\x1a';
+        navo_test::writeFile(input(), bytes);
+
+        navo::platform::FileInput raw;
+        ASSERT_TRUE(raw.open(input().c_str()));
+        navo::interchange::BulkInput buffered(raw);
+        navo::interchange::TextBuffer text;
+        FILE *stream = navo::platform::open_text_stream(input().c_str(), "rt").release();
+        ASSERT_NE(nullptr, stream);
+        int32_t bufferedLines = 1;
+        int32_t streamLines = 1;
+        for (int call = 0;; call++) {
+            SCOPED_TRACE(call);
+            std::array<char, 16> fast{};
+            std::array<char, 16> slow{};
+            i_lNumerLinii = bufferedLines;
+            const bool a = navo::interchange::read_tag(buffered, fast);
+            bufferedLines = i_lNumerLinii;
+            i_lNumerLinii = streamLines;
+            const bool b = navo::interchange::read_tag(stream, slow);
+            streamLines = i_lNumerLinii;
+            ASSERT_EQ(b, a);
+            ASSERT_EQ(slow, fast);
+            ASSERT_EQ(streamLines, bufferedLines);
+            if (!a)
+                break;
+            std::optional<std::string_view> block;
+            const std::string_view opened{fast.data(), strnlen(fast.data(), fast.size())};
+            if (call % 3 != 2 && opened.size() > 2)
+                block = opened.substr(1, opened.size() - 2);
+            char *element = nullptr;
+            i_lNumerLinii = bufferedLines;
+            const bool c = navo::interchange::read_element(buffered, text, block);
+            bufferedLines = i_lNumerLinii;
+            i_lNumerLinii = streamLines;
+            const bool d = navo::interchange::read_element(stream, element, block);
+            streamLines = i_lNumerLinii;
+            const std::string byteWise = element != nullptr ? element : "";
+            navo::memory::release(element);
+            ASSERT_EQ(d, c);
+            ASSERT_EQ(streamLines, bufferedLines);
+            if (!c)
+                break;
+            ASSERT_EQ(byteWise, text.c_str());
+        }
+        std::fclose(stream);
+    }
+}
+
 // ---- field access: guessed IDs and bulk copies ----------------------------------------------
 
 // A context with the version 1.3 definition, tables and one document of `form` with three records
@@ -396,6 +478,72 @@ TEST_F(FastPaths, GuessedNamesAnswerAsTheLookup)
     EXPECT_EQ(1, dk_Destroy(&mine));
 }
 
+// The block found last in a document is remembered only while no table changes shape: when the
+// definition under a document is replaced by one of the same size whose blocks stand the other
+// way round (so its memory is likely the old one's), every read answers as on a context that
+// never read before the change, with the same bytes.
+TEST_F(FastPaths, RememberedBlockNeverOutlivesTheDefinition)
+{
+    const char *before = "Wersja 1\n\n[F, F]\nA, 1, 1\nB, 1, -1\n\n<A, TA>\nX, 2\n\n<B, TB>\nY, 3\nZ, 4\n";
+    const char *after = "Wersja 1\n\n[F, F]\nB, 1, -1\nA, 1, 1\n\n<A, TA>\nX, 2\n\n<B, TB>\nY, 3\nZ, 4\n";
+    dk_Context *contexts[2] = {navo_test::makeContext(before, 10), navo_test::makeContext(before, 10)};
+    for (dk_Context *c : contexts) {
+        ASSERT_NE(nullptr, c);
+        int32_t doc = -1;
+        ASSERT_EQ(1, dk_AddDocument(c, "F", &doc));
+        ASSERT_EQ(1, dk_SetField(c, "F", 0, "TA", 0, "X", "xx"));
+        ASSERT_EQ(1, dk_SetField(c, "F", 0, "TB", 0, "Y", "yyy"));
+    }
+    char out[64];
+    ASSERT_EQ(1, dk_GetField(contexts[0], "F", 0, "TB", 0, "Y", out, sizeof out));
+    for (dk_Context *c : contexts) {
+        ASSERT_EQ(1, dk_dfDestroyDefinition(c->definitions, 0));
+        ASSERT_EQ(1, dk_dfLoadDefinition(c->definitions, c->dictionary, after));
+    }
+    for (const char *block : {"TB", "TA", "TB"}) {
+        for (const char *field : {"Y", "Z", "X"}) {
+            SCOPED_TRACE(std::string(block) + "." + field);
+            std::string read(64, '#');
+            std::string fresh(64, '#');
+            EXPECT_EQ(dk_GetField(contexts[1], "F", 0, block, 0, field, fresh.data(), 64),
+                      dk_GetField(contexts[0], "F", 0, block, 0, field, read.data(), 64));
+            EXPECT_EQ(fresh, read);
+        }
+    }
+    for (dk_Context *c : contexts)
+        navo_test::destroyContext(c);
+}
+
+// The memo above rests on one promise: every call that changes the shape of the tables moves the
+// layout generation on (whatever allocator addresses it reuses).
+TEST_F(FastPaths, EveryChangeOfShapeMovesTheLayoutGeneration)
+{
+    const char *text = "Wersja 1\n\n[F, F]\nA, 1, 1\nB, 1, -1\n\n<A, TA>\nX, 2\n\n<B, TB>\nY, 3\n";
+    dk_Context *c = nullptr;
+    int32_t doc = -1;
+    const std::vector<std::pair<const char *, std::function<int32_t()>>> changes = {
+        {"dk_Init", [&] { return dk_Init(&c); }},
+        {"dk_dfLoadDefinition", [&] { return dk_dfLoadDefinition(c->definitions, c->dictionary, text); }},
+        {"dk_InitDocuments", [&] { return dk_InitDocuments(c, 10); }},
+        {"dk_AddDocument", [&] { return dk_AddDocument(c, "F", &doc); }},
+        {"dk_RemoveDocument", [&] { return dk_RemoveDocument(c, "F", 0); }},
+        {"dk_AddDocument again", [&] { return dk_AddDocument(c, "F", &doc); }},
+        {"dk_RemoveDocuments", [&] { return dk_RemoveDocuments(c, "F"); }},
+        {"dk_AddDocument once more", [&] { return dk_AddDocument(c, "F", &doc); }},
+        {"dk_RemoveAllDocuments", [&] { return dk_RemoveAllDocuments(c); }},
+        {"dk_dfDestroyDefinition", [&] { return dk_dfDestroyDefinition(c->definitions, 0); }},
+        {"dk_dfDestroy", [&] { return dk_dfDestroy(&c->definitions); }},
+        {"dk_dfInit", [&] { return dk_dfInit(&c->definitions); }},
+        {"dk_Destroy", [&] { return dk_Destroy(&c); }},
+    };
+    for (const auto &[name, change] : changes) {
+        SCOPED_TRACE(name);
+        const uint64_t before = navo::layout_generation();
+        EXPECT_EQ(1, change());
+        EXPECT_NE(before, navo::layout_generation());
+    }
+}
+
 // Values shorter than, as long as and longer than the field, read back through buffers shorter
 // than, as long as and longer than the field: filled with blanks, cut to the width, and cut to
 // the buffer with its terminator; nothing written behind the buffer's size.
@@ -424,6 +572,18 @@ TEST_F(FastPaths, FieldCopiesFillCutAndTerminate)
             EXPECT_EQ(out, again);
         }
     }
+    // A value with an LF comes back whole from the cache, and cut after the LF from the spool
+    // file, as fgets cuts a line; a record without one is cut by the widths alone.
+    ASSERT_EQ(1, dk_SetField(c, form, 0, tag.c_str(), 2, name.c_str(), "ab\ncd"));
+    char cached[256];
+    char spooled[256];
+    char elsewhere[256];
+    ASSERT_EQ(1, dk_GetField(c, form, 0, tag.c_str(), 2, name.c_str(), cached, sizeof cached));
+    ASSERT_EQ(1, dk_GetField(c, form, 0, tag.c_str(), 0, name.c_str(), elsewhere, sizeof elsewhere));
+    ASSERT_EQ(1, dk_GetField(c, form, 0, tag.c_str(), 2, name.c_str(), spooled, sizeof spooled));
+    EXPECT_EQ(navo_test::fixed("ab\ncd", w), cached);
+    EXPECT_STREQ("ab\n", spooled);
+    EXPECT_EQ(std::string(w, ' '), elsewhere);
     EXPECT_EQ(1, dk_Destroy(&c));
 }
 
