@@ -341,7 +341,8 @@ bool BulkInput::refill() noexcept
     end_ = have + got;
     if (got < want)
         ended_ = true;
-    if (const auto *stop = static_cast<const char *>(std::memchr(buffer_.data() + have, ctrl_z, got)); stop != nullptr) {
+    const auto *stop = static_cast<const char *>(std::memchr(buffer_.data() + have, ctrl_z, got));
+    if (stop != nullptr) {
         end_ = static_cast<std::size_t>(stop - buffer_.data());
         ended_ = true;
     }

@@ -116,7 +116,8 @@ bool buffer_record(Spool &spool) noexcept
     spool.bufferedBytes = static_cast<std::int32_t>(got);
     // Then no LF cuts a field as fgets would: read_field copies each without looking for one.
     spool.recordWhole = got == static_cast<std::size_t>(spool.recordLength) &&
-                        std::memchr(spool.record, '\n', got) == nullptr && std::memchr(spool.record, '\0', got) == nullptr;
+                        std::memchr(spool.record, '\n', got) == nullptr &&
+                        std::memchr(spool.record, '\0', got) == nullptr;
     return true;
 }
 
@@ -331,7 +332,9 @@ bool read_field(dk_lfBlock &store, const dk_dfBlock &block, std::int32_t fieldIn
     const std::int32_t available = std::min(spool.bufferedBytes - field.offset, field.width);
     const char *from = spool.record + field.offset;
     // fgets' cut: through the first LF, if one comes within the bytes available.
-    const auto *lineFeed = spool.recordWhole ? nullptr : static_cast<const char *>(std::memchr(from, '\n', static_cast<std::size_t>(available)));
+    const auto *lineFeed = spool.recordWhole
+                               ? nullptr
+                               : static_cast<const char *>(std::memchr(from, '\n', static_cast<std::size_t>(available)));
     const std::size_t length =
         lineFeed != nullptr ? static_cast<std::size_t>(lineFeed - from) + 1 : static_cast<std::size_t>(available);
     std::memcpy(text, from, length);

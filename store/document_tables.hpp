@@ -49,7 +49,8 @@ std::optional<std::int32_t> find_field(dk_Context &ctx, const char *field, const
 // store or that field again. False, with nothing changed, for anything else; the caller then
 // takes the lookups one by one, which give the same answer where both give one.
 // Whether dictionary string `id` is `text`, byte for byte (the test of guess_id).
-[[gnu::always_inline]] inline bool names_id(const dk_sdDictionary &dictionary, std::int32_t id, const char *text) noexcept
+[[gnu::always_inline]] inline bool names_id(const dk_sdDictionary &dictionary, std::int32_t id,
+                                            const char *text) noexcept
 {
     return id >= 0 && id < dictionary.count && dictionary.strings[id] != nullptr &&
            std::strcmp(dictionary.strings[id], text) == 0;
