@@ -48,7 +48,23 @@ public:
             text.remove_prefix(run + 1);
         }
     }
-    bool end_line() noexcept { return buffer_.empty() ? std::fputc('\n', stream_) != EOF : append(crlf); }
+    // A text known to hold no LF: nothing to translate.
+    bool put_plain(std::string_view text) noexcept
+    {
+        if (buffer_.empty())
+            return std::fwrite(text.data(), 1, text.size(), stream_) == text.size();
+        return append(text);
+    }
+    bool end_line() noexcept
+    {
+        if (buffer_.empty())
+            return std::fputc('\n', stream_) != EOF;
+        if (buffer_.size() - used_ < crlf.size())
+            return append(crlf);
+        buffer_[used_++] = '\r';
+        buffer_[used_++] = '\n';
+        return true;
+    }
     // Hands the buffered text to the file; false when the file took less.
     bool flush() noexcept
     {
@@ -179,7 +195,9 @@ public:
             return false;
         for (std::int32_t f = 0; f < block_.fieldCount; f++) {
             std::string_view text;
-            if (!find(f) || !field_text(recordIndex, f, text) || !out.put(text) || !out.end_line())
+            bool plain = false;
+            if (!find(f) || !field_text(recordIndex, f, text, plain) || !(plain ? out.put_plain(text) : out.put(text)) ||
+                !out.end_line())
                 return false;
         }
         return write_tag(out, tag::close_start, tagName_, tag::end);
@@ -217,8 +235,10 @@ private:
     }
 
     // What dk_GetField(ctx, form, doc, tag, recordIndex, name, out, width + 1) puts in `out`.
-    bool field_text(std::int32_t recordIndex, std::int32_t f, std::string_view &text) noexcept
+    // `plain` tells that the text was just cut from a record buffered whole: no LF, no NUL.
+    bool field_text(std::int32_t recordIndex, std::int32_t f, std::string_view &text, bool &plain) noexcept
     {
+        plain = false;
         const store::Target &t = target_;
         dk_lfBlock &store = *t.store;
         // dk_GetField refuses a buffer below one byte; the walk has none to allocate.
@@ -232,7 +252,14 @@ private:
             if (!store::move_cursor(*t.document, store, *t.block, recordIndex) ||
                 !store::read_field(store, *t.block, position))
                 return false;
-        } else if (!slot.loaded && !store::take_whole_field(store, *t.block, slot, t.block->fields[position])) {
+        } else if (!slot.loaded) {
+            std::size_t taken = 0;
+            if (store::take_whole_field(store, *t.block, slot, t.block->fields[position], &taken)) {
+                // Its NUL stands at `taken`, within the width, and no NUL before it.
+                text = {slot.text, taken};
+                plain = true;
+                return true;
+            }
             if (store.file == nullptr && !store::open_store(*t.document, store))
                 return false;
             if (!store::read_field(store, *t.block, position))
