@@ -196,6 +196,7 @@ void walkFile(const std::string &path, Visitor &visitor);
 
 std::string_view trimRight(std::string_view text);
 std::string jsonString(std::string_view utf8); // quoted and escaped
+void appendJsonString(std::string &out, std::string_view utf8); // the same, appended to `out`
 std::string csvField(std::string_view utf8);   // quoted when needed
 // The library's message of a code in UTF-8, and our English rendering.
 std::string libraryMessage(int code);

@@ -70,13 +70,17 @@ void appendUtf8(std::string &out, char32_t c)
 void toUtf8(std::string_view bytes, Encoding encoding, std::string &out)
 {
     const auto &table = tableOf(encoding);
-    for (char ch : bytes) {
-        auto b = static_cast<unsigned char>(ch);
+    // ASCII runs, the bulk of any NAVO file, go in one append.
+    size_t start = 0;
+    for (size_t i = 0; i < bytes.size(); i++) {
+        const auto b = static_cast<unsigned char>(bytes[i]);
         if (b < 0x80)
-            out += ch;
-        else
-            appendUtf8(out, table[b - 0x80]);
+            continue;
+        out.append(bytes.data() + start, i - start);
+        appendUtf8(out, table[b - 0x80]);
+        start = i + 1;
     }
+    out.append(bytes.data() + start, bytes.size() - start);
 }
 
 std::string toUtf8(std::string_view bytes, Encoding encoding)

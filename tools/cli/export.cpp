@@ -140,14 +140,20 @@ public:
             s += jsonString(block.tag);
             s += ":[";
             int32_t count = doc.recordCount(block);
+            // The keys of the block's fields, quoted once for all its records.
+            keys_.clear();
+            for (const auto &field : block.fields) {
+                keys_.emplace_back();
+                appendJsonString(keys_.back(), field.name);
+                keys_.back() += ':';
+            }
             for (int32_t r = 0; r < count; r++) {
                 doc.record(block, r, values);
                 s += r ? ",{" : "{";
                 for (size_t i = 0; i < values.size(); i++) {
                     if (i)
                         s += ',';
-                    s += jsonString(block.fields[i].name);
-                    s += ':';
+                    s += keys_[i];
                     text(values[i]);
                 }
                 s += '}';
@@ -201,7 +207,7 @@ private:
     {
         utf8_.clear();
         toUtf8(keep_ ? std::string_view(raw) : trimRight(raw), enc_, utf8_);
-        buffer_ += jsonString(utf8_);
+        appendJsonString(buffer_, utf8_);
     }
     std::string list(const std::vector<std::string> &texts)
     {
@@ -230,6 +236,7 @@ private:
     bool keep_;
     bool array_;
     bool first_ = true;
+    std::vector<std::string> keys_;
     std::string buffer_;
     std::string utf8_;
 };

@@ -1,6 +1,7 @@
 // support.cpp - output files, the progress bar, form definitions, messages and the document walk.
 #include "common.hpp"
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -298,24 +299,39 @@ std::string jsonString(std::string_view utf8)
 {
     std::string out;
     out.reserve(utf8.size() + 2);
+    appendJsonString(out, utf8);
+    return out;
+}
+
+void appendJsonString(std::string &out, std::string_view utf8)
+{
+    static constexpr auto escaped = [] {
+        std::array<bool, 256> table{};
+        for (int c = 0; c < 0x20; c++)
+            table[static_cast<size_t>(c)] = true;
+        table['"'] = table['\\'] = table[0x7F] = true;
+        return table;
+    }();
     out += '"';
-    for (char ch : utf8) {
-        auto c = static_cast<unsigned char>(ch);
-        switch (ch) {
+    // Runs that need no escape go in one append; field values are mostly such runs.
+    size_t start = 0;
+    for (size_t i = 0; i < utf8.size(); i++) {
+        const auto c = static_cast<unsigned char>(utf8[i]);
+        if (!escaped[c])
+            continue;
+        out.append(utf8.data() + start, i - start);
+        start = i + 1;
+        switch (c) {
         case '"': out += "\\\""; break;
         case '\\': out += "\\\\"; break;
         case '\n': out += "\\n"; break;
         case '\r': out += "\\r"; break;
         case '\t': out += "\\t"; break;
-        default:
-            if (c < 0x20 || c == 0x7F)
-                out += fmt::format("\\u{:04x}", c);
-            else
-                out += ch;
+        default: out += fmt::format("\\u{:04x}", c);
         }
     }
+    out.append(utf8.data() + start, utf8.size() - start);
     out += '"';
-    return out;
 }
 
 std::string csvField(std::string_view utf8)
