@@ -113,6 +113,7 @@ TEST_F(Store, DocumentsAreAddedCountedAndRemovedPerForm)
         ASSERT_EQ(1, set(i, 0, "X", ("d" + std::to_string(i)).c_str(), "SNG"));
     }
     EXPECT_EQ(0, add("G"));
+    EXPECT_EQ(0, dk_AddDocument(ctx, "F", nullptr));
     EXPECT_EQ(3, docs());
     EXPECT_EQ(1, docs("G"));
     EXPECT_EQ(3u, tmp.spoolFiles().size());  // one per repeating block, none for single blocks
@@ -226,6 +227,22 @@ TEST_F(Store, DataSurvivesEvictionWithOneStream)
     ASSERT_EQ(0, std::remove(path.c_str()));
     ASSERT_EQ(1, set(0, 3, "A", "new"));
     EXPECT_EQ(1, dk_RemoveAllDocuments(ctx));
+}
+
+// Records of one byte: a stream opened again stands at the file's start, so the first record
+// read after an eviction, one byte in, is sought to.
+TEST_F(Store, OneByteRecordsAreReadBackAfterEviction)
+{
+    make(1, "Wersja T2\n\n[F, F]\nRep, 1, -1\n\n<Rep, REP>\nA, 1, t\n");
+    const int32_t doc = add();
+    for (int32_t r = 0; r < 4; r++) {
+        EXPECT_EQ(r, r == 0 ? 0 : addRecord(doc));
+        ASSERT_EQ(1, set(doc, r, "A", std::string(1, static_cast<char>('a' + r)).c_str()));
+    }
+    EXPECT_EQ("a", get(doc, 0, "A"));  // the cursor on record 0, everything saved
+    add();                              // the second document takes the only stream
+    EXPECT_EQ("b|d|c|a", get(doc, 1, "A") + "|" + get(doc, 3, "A") + "|" + get(doc, 2, "A") + "|" + get(doc, 0, "A"));
+    EXPECT_EQ("abcd", readFile(ctx->documentLists[0].documents[doc].blocks[0]->path));
 }
 
 // What a result cannot show: the files are private, their names unpredictable, and no
@@ -428,6 +445,9 @@ TEST_F(Store, RecordsAreAddedAndRemovedWithTheCursorFollowing)
     EXPECT_EQ("a2 |b2    |  ", records(1));
     EXPECT_EQ(2, addRecord(2) - 2);
     EXPECT_EQ("   |  ", get(2, 4, "A") + "|" + get(2, 4, "B"));  // a new record is blank
+    EXPECT_EQ(0, dk_RemoveBlock(ctx, "F", 2, "REP", -1));
+    EXPECT_EQ(1, dk_RemoveBlock(ctx, "F", 2, "REP", 5));  // past the last record: nothing to remove
+    EXPECT_EQ(5, count(2));
     EXPECT_EQ("a0 |b0 a1 |b1 a2 |b2 a3 |b3", records(0));    // Records move as text: a line feed ends what is carried over the record below.
     ASSERT_EQ(1, set(0, 1, "A", "\n"));
     ASSERT_EQ(1, dk_RemoveBlock(ctx, "F", 0, "REP", 0));
@@ -579,6 +599,27 @@ TEST_F(Store, PackedCallsRefuseWhatIsNotThere)
     }
     EXPECT_EQ(0, dk_GetNAVODocument(ctx, "TOBZBA", 0, nullptr, 1000));
     EXPECT_EQ(padded("PRZYKLADOWA FIRMA", 31), field(ctx, "TOBZBA", 0, "DIPL", 0, "NazwaSkrocona"));
+}
+
+// A form of no blocks and a repeating block of no fields: documents and records come and go, and
+// every call past what they hold is refused.
+TEST_F(Store, FormWithoutBlocksAndBlockWithoutFields)
+{
+    make(2, "Wersja T3\n\n[E, E]\n\n[F, F]\nRep, 1, -1\n\n<Rep, REP>\n");
+    EXPECT_EQ(0, add("E"));
+    EXPECT_EQ(0, dk_SetField(ctx, "E", 0, "REP", 0, "A", "x"));
+    EXPECT_EQ("<fail>", field(ctx, "E", 0, "REP", 0, "A"));
+    const int32_t doc = add();
+    EXPECT_EQ(1, addRecord(doc));
+    EXPECT_EQ(2, count(doc));
+    for (int32_t record : {-1, 0, 1, 2}) {
+        char *out = nullptr;
+        const int32_t held = record == 0 || record == 1;
+        EXPECT_EQ(held, dk_GetNAVOBlock(ctx, "F", doc, "REP", record, &out, 4)) << record;
+        EXPECT_EQ(held, out != nullptr);
+        dk_Free(out);
+        EXPECT_EQ(held, dk_SetNAVOBlock(ctx, "F", doc, "REP", record, "", 4)) << record;
+    }
 }
 
 // ---- every allocation of every store step fails in turn -----------------------------------------

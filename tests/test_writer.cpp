@@ -294,6 +294,32 @@ TEST_F(Writer, WhatALoadRejects)
     EXPECT_EQ(1, dk_GetNAVOError());
 }
 
+// Blocks of 512 fields and more, each field a line of its own: two records of each, in order.
+TEST_F(Writer, BlocksOfManyFieldsAreWrittenWhole)
+{
+    for (const int fields : {512, 513}) {
+        std::string definition = "Wersja T4\n\n[W, W]\nWide, 1, -1\n\n<Wide, WID>\n";
+        for (int f = 0; f < fields; f++)
+            definition += "P" + std::to_string(f) + ", 2, t\n";
+        make(definition.c_str());
+        int32_t doc = -1, record = -1;
+        ASSERT_EQ(1, dk_AddDocument(ctx, "W", &doc));
+        ASSERT_EQ(1, dk_AddBlock(ctx, "W", doc, "WID", &record));
+        std::string expected = "<W>\n";
+        for (int32_t r = 0; r < 2; r++) {
+            expected += "<WID>\n";
+            for (int f = 0; f < fields; f++) {
+                const std::string value = std::string(1, static_cast<char>('a' + f % 26)) + std::to_string(r);
+                ASSERT_EQ(1, dk_SetField(ctx, "W", doc, "WID", r, ("P" + std::to_string(f)).c_str(), value.c_str()));
+                expected += value + "\n";
+            }
+            expected += "</WID>\n";
+        }
+        EXPECT_EQ(expected + "</W>\n", step([&](FILE *s) { return dk_SaveDocument(ctx, "W", doc, s, 0); })) << fields;
+        destroyContext(ctx);
+    }
+}
+
 // ---- envelope -----------------------------------------------------------------------------------
 
 TEST_F(Writer, DefaultPrologOfAnyVersionOfThreeOrFewerCharacters)
@@ -409,6 +435,8 @@ TEST_F(Writer, NotesAreFilledKeptInOrderAndChecked)
     EXPECT_EQ(first, footerOut);
     EXPECT_EQ(0, dk_AddDocError(ctx, "TOBZBA", 0, nullptr));
     EXPECT_EQ(0, dk_AddDocOCR(ctx, "TOBZBA", 0, nullptr));
+    EXPECT_EQ(0, dk_GetDocHeader(ctx, "TOBZBA", 0, nullptr));
+    EXPECT_EQ(0, dk_GetDocFooter(ctx, "TOBZBA", 0, nullptr));
     EXPECT_EQ(1, first->errorCount);
     EXPECT_EQ(1, first->ocrCount);
 }
