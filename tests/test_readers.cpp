@@ -10,6 +10,9 @@
 #include <set>
 #include <string>
 #include <vector>
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
 
 #include "internals.hpp"
 #include "test_support.h"
@@ -358,6 +361,28 @@ TEST(TempFile, NewEmptyPrivateFilesWithUnpredictableNames)
         std::remove(path.c_str());
     }
     EXPECT_EQ(62u, seen.size());
+#endif
+}
+
+// Descriptor 0 is a descriptor like any other: with standard input closed, the new file (or the
+// random source before it) gets it and is made, reported and closed as usual.
+TEST(TempFile, DescriptorZeroWhenStandardInputIsClosed)
+{
+#if defined(_WIN32)
+    GTEST_SKIP() << "POSIX descriptors: Windows makes the file through GetTempFileNameA";
+#else
+    ScopedTempDir tmp;
+    const int input = ::dup(0);
+    ASSERT_GE(input, 0);
+    ::close(0);
+    const int descriptors = openDescriptors();
+    const std::string path = internals::createTemp(260);
+    const int after = openDescriptors();
+    ::dup2(input, 0);
+    ::close(input);
+    EXPECT_FALSE(path.empty());
+    EXPECT_EQ(descriptors, after);
+    std::remove(path.c_str());
 #endif
 }
 
