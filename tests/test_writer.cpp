@@ -326,6 +326,25 @@ TEST_F(Writer, BlocksOfManyFieldsAreWrittenWhole)
     }
 }
 
+// Header lines the host left without a NUL run on to the end of the header, and no further.
+TEST_F(Writer, UnterminatedHeaderLinesRunOnToTheHeaderEnd)
+{
+    make();
+    int32_t doc = -1;
+    ASSERT_EQ(1, dk_AddDocument(ctx, "TOBZBA", &doc));
+    dk_DocHeader *header = nullptr;
+    ASSERT_EQ(1, dk_GetDocHeader(ctx, "TOBZBA", doc, &header));
+    std::memset(header, 'x', sizeof *header);
+    std::string expected = "<naglowek.DP>\n";
+    size_t rest = sizeof *header;
+    for (const size_t size : {52, 9, 9, 9, 25, 9, 25, 25, 9, 25, 25, 2, 2, 33}) {
+        expected += std::string(rest, 'x') + "\n";
+        rest -= size;
+    }
+    const std::string text = step([&](FILE *s) { return dk_SaveDocument(ctx, "TOBZBA", doc, s, 1); });
+    EXPECT_NE(std::string::npos, text.find(expected + "</naglowek.DP>\n")) << text.substr(0, 300);
+}
+
 // ---- envelope -----------------------------------------------------------------------------------
 
 TEST_F(Writer, DefaultPrologOfAnyVersionOfThreeOrFewerCharacters)
