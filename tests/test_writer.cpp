@@ -297,14 +297,14 @@ TEST_F(Writer, WhatALoadRejects)
     EXPECT_EQ(1, dk_GetNAVOError());
 }
 
-// Blocks of 512 fields and more, each field a line of its own, records of over 4 KiB: two
+// Blocks of 512 fields and more, each field a line of its own, records of 20 KiB: two
 // records of each, in order, on a host stream and in a file the library opens itself.
 TEST_F(Writer, BlocksOfManyFieldsAreWrittenWhole)
 {
     for (const int fields : {512, 513}) {
         std::string definition = "Wersja T4\n\n[W, W]\nWide, 1, -1\n\n<Wide, WID>\n";
         for (int f = 0; f < fields; f++)
-            definition += "P" + std::to_string(f) + ", 9, t\n";
+            definition += "P" + std::to_string(f) + ", 40, t\n";
         make(definition.c_str());
         int32_t doc = -1, record = -1;
         ASSERT_EQ(1, dk_AddDocument(ctx, "W", &doc));
@@ -313,7 +313,7 @@ TEST_F(Writer, BlocksOfManyFieldsAreWrittenWhole)
         for (int32_t r = 0; r < 2; r++) {
             expected += "<WID>\n";
             for (int f = 0; f < fields; f++) {
-                const std::string value = std::string(8, static_cast<char>('a' + f % 26)) + std::to_string(r);
+                const std::string value = std::string(39, static_cast<char>('a' + f % 26)) + std::to_string(r);
                 ASSERT_EQ(1, dk_SetField(ctx, "W", doc, "WID", r, ("P" + std::to_string(f)).c_str(), value.c_str()));
                 expected += value + "\n";
             }
