@@ -326,15 +326,23 @@ TEST_F(Writer, BlocksOfManyFieldsAreWrittenWhole)
     }
 }
 
-// Header lines the host left without a NUL run on to the end of the header, and no further.
-TEST_F(Writer, UnterminatedHeaderLinesRunOnToTheHeaderEnd)
+// Lines the host left without a NUL run on to the end of their record, and no further: the
+// document header, and an error note with another one behind it.
+TEST_F(Writer, UnterminatedLinesRunOnToTheEndOfTheirRecord)
 {
     make();
     int32_t doc = -1;
     ASSERT_EQ(1, dk_AddDocument(ctx, "TOBZBA", &doc));
     dk_DocHeader *header = nullptr;
+    dk_DocFooter *footer = nullptr;
     ASSERT_EQ(1, dk_GetDocHeader(ctx, "TOBZBA", doc, &header));
+    ASSERT_EQ(1, dk_GetDocFooter(ctx, "TOBZBA", doc, &footer));
+    for (const char *text : {"FIRST", "NEXT"}) {
+        const dk_ErrorNote note = errorNote(text);
+        ASSERT_EQ(1, dk_AddDocError(ctx, "TOBZBA", doc, &note));
+    }
     std::memset(header, 'x', sizeof *header);
+    std::memset(&footer->errorNotes[0], 'x', sizeof(dk_ErrorNote));
     std::string expected = "<naglowek.DP>\n";
     size_t rest = sizeof *header;
     for (const size_t size : {52, 9, 9, 9, 25, 9, 25, 25, 9, 25, 25, 2, 2, 33}) {
@@ -343,6 +351,10 @@ TEST_F(Writer, UnterminatedHeaderLinesRunOnToTheHeaderEnd)
     }
     const std::string text = step([&](FILE *s) { return dk_SaveDocument(ctx, "TOBZBA", doc, s, 1); });
     EXPECT_NE(std::string::npos, text.find(expected + "</naglowek.DP>\n")) << text.substr(0, 300);
+    const std::string x11(11, 'x');
+    EXPECT_NE(std::string::npos, text.find("<BLAD>\n" + x11 + x11 + x11 + x11 + "\n" + x11 + x11 + x11 + "\n" + x11 + x11 +
+                                           "\n" + x11 + "\n</BLAD>\n<BLAD>\nNEXT"))
+        << text.substr(text.find("<BLAD>"));
 }
 
 // ---- envelope -----------------------------------------------------------------------------------
