@@ -230,7 +230,7 @@ TEST_F(Store, DataSurvivesEvictionWithOneStream)
 }
 
 // Records of one byte: a stream opened again stands at the file's start, so the first record
-// read after an eviction, one byte in, is sought to.
+// read after an eviction, one byte in, is sought to; a removal moves the later ones a byte each.
 TEST_F(Store, OneByteRecordsAreReadBackAfterEviction)
 {
     make(1, "Wersja T2\n\n[F, F]\nRep, 1, -1\n\n<Rep, REP>\nA, 1, t\n");
@@ -246,6 +246,11 @@ TEST_F(Store, OneByteRecordsAreReadBackAfterEviction)
         seen += get(doc, r, "A");
     EXPECT_EQ("bdca", seen);
     EXPECT_EQ("abcd", readFile(ctx->documentLists[0].documents[doc].blocks[0]->path));
+    ASSERT_EQ(1, dk_RemoveBlock(ctx, "F", doc, "REP", 1));  // the records behind move a byte each
+    seen.clear();
+    for (int32_t r = 0; r < count(doc, "F", "REP"); r++)
+        seen += get(doc, r, "A");
+    EXPECT_EQ("acd", seen);
 }
 
 // What a result cannot show: the files are private, their names unpredictable, and no
