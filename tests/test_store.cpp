@@ -107,6 +107,7 @@ TEST_F(Store, DocumentsAreAddedCountedAndRemovedPerForm)
     EXPECT_EQ(0, dk_1fGetIDFormularza(ctx, "F"));
     EXPECT_EQ(1, dk_1fGetIDFormularza(ctx, "G"));
     EXPECT_EQ(-1, dk_1fGetIDFormularza(ctx, "NIEMA"));
+    EXPECT_EQ(-1, dk_1fGetIDFormularza(nullptr, "F"));
     EXPECT_EQ(0, docs());
     for (int i = 0; i < 3; i++) {
         EXPECT_EQ(i, add());
@@ -173,6 +174,10 @@ TEST_F(Store, TablesAreMadeAgainOverDocuments)
     ASSERT_EQ(1, dk_RemoveAllDocuments(ctx));
     ASSERT_EQ(1, dk_InitDocuments(ctx, 4));
     EXPECT_EQ(0, dk_InitDocuments(ctx, 0));
+    dk_Context *formless = makeContext("Wersja 1\n\n<A, TA>\nX, 2\n");  // tables of no forms: no lists
+    EXPECT_EQ(nullptr, formless->documentLists);
+    EXPECT_EQ(0, formless->formCount);
+    destroyContext(formless);
     dk_Context *bare = nullptr;
     ASSERT_EQ(1, dk_Init(&bare));
     EXPECT_EQ(0, dk_InitDocuments(bare, 3));  // no definition
@@ -502,6 +507,8 @@ TEST_F(Store, UnreadableSpoolFileFailsTheStepAndKeepsTheCount)
     ASSERT_EQ(0, std::remove(path.c_str()));
     std::filesystem::create_directory(path);
     EXPECT_EQ(0, dk_RemoveBlock(ctx, "F", 0, "REP", 0));
+    const char packed[7] = {};
+    EXPECT_EQ(0, dk_SetNAVOBlock(ctx, "F", 0, "REP", 1, packed, 7));
     int32_t out = 9;
     EXPECT_EQ(0, dk_AddBlock(ctx, "F", 0, "REP", &out));
     EXPECT_EQ(-1, out);
