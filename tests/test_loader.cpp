@@ -116,6 +116,7 @@ TEST_F(Load, FaultsGiveTheirCodeAndLine)
     const std::string good = file(sectionText(layouts13(), "TOBZWPA", 0, {}));
     const std::string rca = file(section("TOBRCA", body("TOBRCA", {"DORCA"})));
     const int32_t dorca = static_cast<int32_t>(layouts13().form("TOBRCA")[0].recordLength);
+    const std::string tail = replaced(good, "'001.300' >", "'001.300' tail");
     const struct {
         const char *label;
         std::string text;
@@ -125,6 +126,7 @@ TEST_F(Load, FaultsGiveTheirCodeAndLine)
         {"48 characters", "hello\tworld\n" + std::string(38, 'z'), 3, -1},
         {"no document type", std::string(60, 'z') + "\n", 1, 1},
         {"not NAVO", replaced(good, "<!DOCTYPE NAVO PUBLIC", "<!DOCTYPE NAVO PUBLIX"), 1, 1},
+        {"file ends in the version line", tail.substr(0, tail.find("tail") + 4), 3, -1},
         {"no <NAVO>", replaced(good, "<NAVO>", "<NAVX>"), 4, 4},
         {"space before <NAVO>", replaced(good, "<NAVO>", " <NAVO>"), 4, -1},
         {"CR before <NAVO>", replaced(good, "<NAVO>", "\r<NAVO>"), 4, -1},
