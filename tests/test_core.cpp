@@ -219,6 +219,8 @@ TEST(Dictionary, CaseVariantsAndEdgeTexts)
     EXPECT_EQ(0, dk_sdGetID(nullptr, "x", &out));
     EXPECT_EQ(1, dk_sdGetSafeID(one.d, "neu", &out));
     EXPECT_EQ(2, out);
+    EXPECT_EQ(0, dk_sdGetSafeID(nullptr, "neu", &out));
+    EXPECT_EQ(-1, out);
     dk_sdDictionary *none = nullptr;
     EXPECT_EQ(0, dk_sdInit(&none, 0));  // no bucket could hold a string: refused
     ASSERT_NE(nullptr, none);

@@ -141,6 +141,9 @@ TEST(DefinitionLoader, GrammarVariants)
          "1\nF: TA(1)\nG: TB(1)\nTA: X:0+1\nTB: Y:0+1\n"},
         {"a line of 198 bytes", "Wersja 1\n\n[F, F]\n" + std::string(190, 'B') + ", 1, 1\n\n<" + std::string(190, 'B') + ", T>\nX, 1\n",
          "1\nF: T(1)\nT: X:0+1\n"},
+        {"a line of 199 bytes", "Wersja 1\n\n<A, TA>\nX" + std::string(194, 'x') + ", 1\n", "1\nTA: X" + std::string(194, 'x') + ":0+1\n"},
+        {"commas before a field name", "Wersja 1\n\n<A, TA>\n,,X, 2\n", "1\nTA: X:0+2\n"},
+        {"the name after any first seven bytes", "Version 2\n\n<A, TA>\nX, 2\n", "2\nTA: X:0+2\n"},
     };
     for (const auto &row : rows) {
         Loaded l;

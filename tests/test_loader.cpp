@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "interchange/document_loader.hpp"
 #include "navo_builder.h"
 #include "test_support.h"
 
@@ -115,6 +116,7 @@ TEST_F(Load, FaultsGiveTheirCodeAndLine)
     const std::string good = file(sectionText(layouts13(), "TOBZWPA", 0, {}));
     const std::string rca = file(section("TOBRCA", body("TOBRCA", {"DORCA"})));
     const int32_t dorca = static_cast<int32_t>(layouts13().form("TOBRCA")[0].recordLength);
+    const std::string tail = replaced(good, "'001.300' >", "'001.300' tail");
     const struct {
         const char *label;
         std::string text;
@@ -124,6 +126,7 @@ TEST_F(Load, FaultsGiveTheirCodeAndLine)
         {"48 characters", "hello\tworld\n" + std::string(38, 'z'), 3, -1},
         {"no document type", std::string(60, 'z') + "\n", 1, 1},
         {"not NAVO", replaced(good, "<!DOCTYPE NAVO PUBLIC", "<!DOCTYPE NAVO PUBLIX"), 1, 1},
+        {"file ends in the version line", tail.substr(0, tail.find("tail") + 4), 3, -1},
         {"no <NAVO>", replaced(good, "<NAVO>", "<NAVX>"), 4, 4},
         {"space before <NAVO>", replaced(good, "<NAVO>", " <NAVO>"), 4, -1},
         {"CR before <NAVO>", replaced(good, "<NAVO>", "\r<NAVO>"), 4, -1},
@@ -175,6 +178,7 @@ TEST_F(Load, AcceptedVariants)
     } rows[] = {
         {"tab and line feeds before <NAVO>", replaced(good, "<NAVO>", "\t\n\t<NAVO>"), 1},
         {"blanks before the file header tag", replaced(good, "<naglowek.NAVO>", "  \r\t\n \n<naglowek.NAVO>"), 1},
+        {"blanks before the document header tag", replaced(good, "<naglowek.DP>", " \r \r<naglowek.DP>"), 1},
         {"version line of 26 characters", replaced(good, "'001.300' >", "'001.300'>"), 1},
         {"closing block tag in other case", replaced(rca, "</DORCA>", "</dorca>"), 1},
         {"body and footer opening tags", replaced(replaced(rca, "<TOBRCA>", "<X>"), "<stopka.DP>", "<anything>"), 1},
@@ -254,7 +258,8 @@ TEST_F(Load, VersionLineSelectsTheDefinition)
     ASSERT_EQ(1, load(replaced(replaced(good, "'001.300' >", "'001.300' with a long tail of words >"), "'ISO 8859-2' >]>",
                                "'ISO 8859-2' with a long tail of words ]>")));
     EXPECT_EQ(19, recordLength("INN7"));
-    EXPECT_EQ(0, std::string(ctx->prolog.versionLine).find("<!ENTITY wersja '001.300' "));
+    EXPECT_STREQ("<!ENTITY wersja '001.300' w", ctx->prolog.versionLine);
+    EXPECT_STREQ("<!ENTITY strona.kodowa 'ISO 8859-2' wit", ctx->prolog.encodingLine);
     ASSERT_EQ(1, load(replaced(good, "'001.300'", "'001.200'")));
     EXPECT_EQ(18, recordLength("INN7"));
     EXPECT_STREQ("<!DOCTYPE NAVO PUBLIC '-//TOB//DTD NAVO 1.3//PL'[", ctx->prolog.doctypeLine);
@@ -319,8 +324,24 @@ TEST_F(Load, CallbackSeesTheDocumentAndCanStopTheLoad)
         EXPECT_EQ(fixed("E1", 10) + "|" + fixed("", 10), std::string(notes->errorNotes[0].text1) + "|" + notes->errorNotes[0].text4);
         return 0;
     };
+    // The block hook sees each record of a repeating block as it is read, numbered from 0.
+    std::vector<std::string> hooked, expected;
+    const navo::interchange::LoadObserver observer{
+        nullptr,
+        [](void *user, const char *form, int32_t doc, const char *block, int32_t record) {
+            static_cast<std::vector<std::string> *>(user)->push_back(std::string(form) + std::to_string(doc) + block +
+                                                                     std::to_string(record));
+        },
+        &hooked};
+    const int records[] = {1, 1, 3, 1};
+    for (size_t b = 0; b < 4; b++)
+        for (int r = 0; layouts13().form("TOBRNA")[b].repeating && r < records[b]; r++)
+            expected.push_back("TOBRNA0" + layouts13().form("TOBRNA")[b].tag + std::to_string(r));
+    navo::interchange::set_load_observer(&observer);
     ASSERT_EQ(1, load(file(sectionText(layouts13(), "TOBRNA", 4, {1, 1, 3, 1}, footer))));
+    navo::interchange::set_load_observer(nullptr);
     EXPECT_GT(checked, 200);
+    EXPECT_EQ(expected, hooked);
     // Three sections; the second one stops the load.
     const std::string sections = sectionText(layouts13(), "TOBZWPA", 0, {}) + sectionText(layouts13(), "TOBRCA", 1, {1, 1, 3, 1}) +
                                  sectionText(layouts13(), "TOBZWPA", 2, {});

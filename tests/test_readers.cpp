@@ -10,6 +10,9 @@
 #include <set>
 #include <string>
 #include <vector>
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
 
 #include "internals.hpp"
 #include "test_support.h"
@@ -77,6 +80,7 @@ const ReadRow kReadRows[] = {
     {'t', false, "<AB>", 4, 0, nullptr, 1, "<AB>##", -1, 1},
     {'t', false, "<AB>", 5, 0, nullptr, 1, B("<AB>\0##", 7), -1, 1},
     {'t', false, "<A>", 0, 0, nullptr, 1, "##", '<', 1},
+    {'t', false, "<A>", 1, 0, nullptr, 1, "<##", 'A', 1},
     // dk_LoadStringtoTerminator: text up to the closing tag of `block` (ASCII case folded).
     {'e', false, "AB\nCD</T>", 0, 0, "T", 1, "ABCD", -1, 2},
     {'e', true, "A B\r\n C\tD\r</T>", 0, 0, "T", 1, "A B CD\r", -1, 2},
@@ -162,6 +166,23 @@ TEST_P(Readers, OneCallOnOneInput)
     EXPECT_EQ(row.out, out);
     EXPECT_TRUE(row.next == -2 || row.next == std::fgetc(stream)) << "byte left behind";
     EXPECT_EQ(row.lines, i_lNumerLinii);
+    std::fclose(stream);
+}
+
+// A missing stream or output is refused before anything is read.
+TEST(ReaderArguments, NullStreamOrOutputIsRefused)
+{
+    ScopedTempDir tmp;
+    writeFile(tmp.file("in"), "<A>");
+    FILE *stream = std::fopen(tmp.file("in").c_str(), "rb");
+    ASSERT_NE(nullptr, stream);
+    char out[4] = "";
+    EXPECT_EQ(0, dk_LoadStringforTag(nullptr, out, 4));
+    EXPECT_EQ(0, dk_LoadStringforTag(stream, nullptr, 4));
+    EXPECT_EQ(0, dk_LoadStringbyLen(nullptr, out, 4, 1));
+    EXPECT_EQ(0, dk_LoadStringbyLen(stream, nullptr, 4, 1));
+    EXPECT_EQ(0, dk_LoadStringtoTerminator(stream, nullptr, "A"));
+    EXPECT_EQ('<', std::fgetc(stream));
     std::fclose(stream);
 }
 
@@ -340,6 +361,28 @@ TEST(TempFile, NewEmptyPrivateFilesWithUnpredictableNames)
         std::remove(path.c_str());
     }
     EXPECT_EQ(62u, seen.size());
+#endif
+}
+
+// Descriptor 0 is a descriptor like any other: with standard input closed, the new file (or the
+// random source before it) gets it and is made, reported and closed as usual.
+TEST(TempFile, DescriptorZeroWhenStandardInputIsClosed)
+{
+#if defined(_WIN32)
+    GTEST_SKIP() << "POSIX descriptors: Windows makes the file through GetTempFileNameA";
+#else
+    ScopedTempDir tmp;
+    const int input = ::dup(0);
+    ASSERT_GE(input, 0);
+    ::close(0);
+    const int descriptors = openDescriptors();
+    const std::string path = internals::createTemp(260);
+    const int after = openDescriptors();
+    ::dup2(input, 0);
+    ::close(input);
+    EXPECT_FALSE(path.empty());
+    EXPECT_EQ(descriptors, after);
+    std::remove(path.c_str());
 #endif
 }
 

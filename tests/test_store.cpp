@@ -107,12 +107,14 @@ TEST_F(Store, DocumentsAreAddedCountedAndRemovedPerForm)
     EXPECT_EQ(0, dk_1fGetIDFormularza(ctx, "F"));
     EXPECT_EQ(1, dk_1fGetIDFormularza(ctx, "G"));
     EXPECT_EQ(-1, dk_1fGetIDFormularza(ctx, "NIEMA"));
+    EXPECT_EQ(-1, dk_1fGetIDFormularza(nullptr, "F"));
     EXPECT_EQ(0, docs());
     for (int i = 0; i < 3; i++) {
         EXPECT_EQ(i, add());
         ASSERT_EQ(1, set(i, 0, "X", ("d" + std::to_string(i)).c_str(), "SNG"));
     }
     EXPECT_EQ(0, add("G"));
+    EXPECT_EQ(0, dk_AddDocument(ctx, "F", nullptr));
     EXPECT_EQ(3, docs());
     EXPECT_EQ(1, docs("G"));
     EXPECT_EQ(3u, tmp.spoolFiles().size());  // one per repeating block, none for single blocks
@@ -172,6 +174,10 @@ TEST_F(Store, TablesAreMadeAgainOverDocuments)
     ASSERT_EQ(1, dk_RemoveAllDocuments(ctx));
     ASSERT_EQ(1, dk_InitDocuments(ctx, 4));
     EXPECT_EQ(0, dk_InitDocuments(ctx, 0));
+    dk_Context *formless = makeContext("Wersja 1\n\n<A, TA>\nX, 2\n");  // tables of no forms: no lists
+    EXPECT_EQ(nullptr, formless->documentLists);
+    EXPECT_EQ(0, formless->formCount);
+    destroyContext(formless);
     dk_Context *bare = nullptr;
     ASSERT_EQ(1, dk_Init(&bare));
     EXPECT_EQ(0, dk_InitDocuments(bare, 3));  // no definition
@@ -226,6 +232,30 @@ TEST_F(Store, DataSurvivesEvictionWithOneStream)
     ASSERT_EQ(0, std::remove(path.c_str()));
     ASSERT_EQ(1, set(0, 3, "A", "new"));
     EXPECT_EQ(1, dk_RemoveAllDocuments(ctx));
+}
+
+// Records of one byte: a stream opened again stands at the file's start, so the first record
+// read after an eviction, one byte in, is sought to; a removal moves the later ones a byte each.
+TEST_F(Store, OneByteRecordsAreReadBackAfterEviction)
+{
+    make(1, "Wersja T2\n\n[F, F]\nRep, 1, -1\n\n<Rep, REP>\nA, 1, t\n");
+    const int32_t doc = add();
+    for (int32_t r = 0; r < 4; r++) {
+        EXPECT_EQ(r, r == 0 ? 0 : addRecord(doc));
+        ASSERT_EQ(1, set(doc, r, "A", std::string(1, static_cast<char>('a' + r)).c_str()));
+    }
+    EXPECT_EQ("a", get(doc, 0, "A"));  // the cursor on record 0, everything saved
+    add();                              // the second document takes the only stream
+    std::string seen;
+    for (int32_t r : {1, 3, 2, 0})
+        seen += get(doc, r, "A");
+    EXPECT_EQ("bdca", seen);
+    EXPECT_EQ("abcd", readFile(ctx->documentLists[0].documents[doc].blocks[0]->path));
+    ASSERT_EQ(1, dk_RemoveBlock(ctx, "F", doc, "REP", 1));  // the records behind move a byte each
+    seen.clear();
+    for (int32_t r = 0; r < count(doc, "F", "REP"); r++)
+        seen += get(doc, r, "A");
+    EXPECT_EQ("acd", seen);
 }
 
 // What a result cannot show: the files are private, their names unpredictable, and no
@@ -428,6 +458,13 @@ TEST_F(Store, RecordsAreAddedAndRemovedWithTheCursorFollowing)
     EXPECT_EQ("a2 |b2    |  ", records(1));
     EXPECT_EQ(2, addRecord(2) - 2);
     EXPECT_EQ("   |  ", get(2, 4, "A") + "|" + get(2, 4, "B"));  // a new record is blank
+    EXPECT_EQ(0, dk_RemoveBlock(ctx, "F", 2, "REP", -1));
+    EXPECT_EQ(1, dk_RemoveBlock(ctx, "F", 2, "REP", 5));  // past the last record: nothing to remove
+    get(2, 3, "A");
+    get(2, 4, "A");  // the cursor on the last record, as read from the file
+    ASSERT_EQ(1, dk_RemoveBlock(ctx, "F", 2, "REP", 4));
+    EXPECT_EQ("a0 |b0", get(2, 0, "A") + "|" + get(2, 0, "B"));
+    EXPECT_EQ(4, count(2));
     EXPECT_EQ("a0 |b0 a1 |b1 a2 |b2 a3 |b3", records(0));    // Records move as text: a line feed ends what is carried over the record below.
     ASSERT_EQ(1, set(0, 1, "A", "\n"));
     ASSERT_EQ(1, dk_RemoveBlock(ctx, "F", 0, "REP", 0));
@@ -464,15 +501,18 @@ TEST_F(Store, UnreadableSpoolFileFailsTheStepAndKeepsTheCount)
 {
     make(1);
     fill(add(), 2);
+    get(0, 0, "A");  // saved: nothing is pending when the stream is closed
     add();
     const std::string path = store(0)->path, before = readFile(path);
     ASSERT_EQ(0, std::remove(path.c_str()));
     std::filesystem::create_directory(path);
+    EXPECT_EQ(0, dk_RemoveBlock(ctx, "F", 0, "REP", 0));
+    const char packed[7] = {};
+    EXPECT_EQ(0, dk_SetNAVOBlock(ctx, "F", 0, "REP", 1, packed, 7));
     int32_t out = 9;
     EXPECT_EQ(0, dk_AddBlock(ctx, "F", 0, "REP", &out));
     EXPECT_EQ(-1, out);
     EXPECT_EQ(2, count(0));
-    EXPECT_EQ(0, dk_RemoveBlock(ctx, "F", 0, "REP", 0));
     EXPECT_EQ(0, set(0, 0, "A", "x"));
     EXPECT_EQ("<fail>", get(0, 0, "A"));
     std::filesystem::remove(path);
@@ -579,6 +619,27 @@ TEST_F(Store, PackedCallsRefuseWhatIsNotThere)
     }
     EXPECT_EQ(0, dk_GetNAVODocument(ctx, "TOBZBA", 0, nullptr, 1000));
     EXPECT_EQ(padded("PRZYKLADOWA FIRMA", 31), field(ctx, "TOBZBA", 0, "DIPL", 0, "NazwaSkrocona"));
+}
+
+// A form of no blocks and a repeating block of no fields: documents and records come and go, and
+// every call past what they hold is refused.
+TEST_F(Store, FormWithoutBlocksAndBlockWithoutFields)
+{
+    make(2, "Wersja T3\n\n[E, E]\n\n[F, F]\nRep, 1, -1\n\n<Rep, REP>\n");
+    EXPECT_EQ(0, add("E"));
+    EXPECT_EQ(0, dk_SetField(ctx, "E", 0, "REP", 0, "A", "x"));
+    EXPECT_EQ("<fail>", field(ctx, "E", 0, "REP", 0, "A"));
+    const int32_t doc = add();
+    EXPECT_EQ(1, addRecord(doc));
+    EXPECT_EQ(2, count(doc));
+    for (int32_t record : {-1, 0, 1, 2}) {
+        char *out = nullptr;
+        const int32_t held = record == 0 || record == 1;
+        EXPECT_EQ(held, dk_GetNAVOBlock(ctx, "F", doc, "REP", record, &out, 4)) << record;
+        EXPECT_EQ(held, out != nullptr);
+        dk_Free(out);
+        EXPECT_EQ(held, dk_SetNAVOBlock(ctx, "F", doc, "REP", record, "", 4)) << record;
+    }
 }
 
 // ---- every allocation of every store step fails in turn -----------------------------------------

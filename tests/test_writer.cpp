@@ -144,6 +144,9 @@ TEST_F(Writer, ExampleFileByteForByteWholeAndInSteps)
 
 TEST_F(Writer, DocumentsInFormThenIndexOrderAndEmptyParts)
 {
+    ASSERT_EQ(1, dk_Init(&ctx));
+    EXPECT_EQ("", save(0));  // no definition, no tables: nothing to write
+    destroyContext(ctx);
     make();
     EXPECT_EQ("", save(0));  // no documents, no envelope
     const std::string bare = save(1);
@@ -294,6 +297,66 @@ TEST_F(Writer, WhatALoadRejects)
     EXPECT_EQ(1, dk_GetNAVOError());
 }
 
+// Blocks of 512 fields and more, each field a line of its own, records of 20 KiB: two
+// records of each, in order, on a host stream and in a file the library opens itself.
+TEST_F(Writer, BlocksOfManyFieldsAreWrittenWhole)
+{
+    for (const int fields : {512, 513}) {
+        std::string definition = "Wersja T4\n\n[W, W]\nWide, 1, -1\n\n<Wide, WID>\n";
+        for (int f = 0; f < fields; f++)
+            definition += "P" + std::to_string(f) + ", 40, t\n";
+        make(definition.c_str());
+        int32_t doc = -1, record = -1;
+        ASSERT_EQ(1, dk_AddDocument(ctx, "W", &doc));
+        ASSERT_EQ(1, dk_AddBlock(ctx, "W", doc, "WID", &record));
+        std::string expected = "<W>\n";
+        for (int32_t r = 0; r < 2; r++) {
+            expected += "<WID>\n";
+            for (int f = 0; f < fields; f++) {
+                const std::string value = std::string(39, static_cast<char>('a' + f % 26)) + std::to_string(r);
+                ASSERT_EQ(1, dk_SetField(ctx, "W", doc, "WID", r, ("P" + std::to_string(f)).c_str(), value.c_str()));
+                expected += value + "\n";
+            }
+            expected += "</WID>\n";
+        }
+        expected += "</W>\n";
+        EXPECT_TRUE(expected == step([&](FILE *s) { return dk_SaveDocument(ctx, "W", doc, s, 0); })) << fields;
+        EXPECT_TRUE(toCrLf(expected) == save(0)) << fields;
+        destroyContext(ctx);
+    }
+}
+
+// Lines the host left without a NUL run on to the end of their record, and no further: the
+// document header, and an error note with another one behind it.
+TEST_F(Writer, UnterminatedLinesRunOnToTheEndOfTheirRecord)
+{
+    make();
+    int32_t doc = -1;
+    ASSERT_EQ(1, dk_AddDocument(ctx, "TOBZBA", &doc));
+    dk_DocHeader *header = nullptr;
+    dk_DocFooter *footer = nullptr;
+    ASSERT_EQ(1, dk_GetDocHeader(ctx, "TOBZBA", doc, &header));
+    ASSERT_EQ(1, dk_GetDocFooter(ctx, "TOBZBA", doc, &footer));
+    for (const char *text : {"FIRST", "NEXT"}) {
+        const dk_ErrorNote note = errorNote(text);
+        ASSERT_EQ(1, dk_AddDocError(ctx, "TOBZBA", doc, &note));
+    }
+    std::memset(header, 'x', sizeof *header);
+    std::memset(&footer->errorNotes[0], 'x', sizeof(dk_ErrorNote));
+    std::string expected = "<naglowek.DP>\n";
+    size_t rest = sizeof *header;
+    for (const size_t size : {52, 9, 9, 9, 25, 9, 25, 25, 9, 25, 25, 2, 2, 33}) {
+        expected += std::string(rest, 'x') + "\n";
+        rest -= size;
+    }
+    const std::string text = step([&](FILE *s) { return dk_SaveDocument(ctx, "TOBZBA", doc, s, 1); });
+    EXPECT_NE(std::string::npos, text.find(expected + "</naglowek.DP>\n")) << text.substr(0, 300);
+    const std::string x11(11, 'x');
+    EXPECT_NE(std::string::npos, text.find("<BLAD>\n" + x11 + x11 + x11 + x11 + "\n" + x11 + x11 + x11 + "\n" + x11 + x11 +
+                                           "\n" + x11 + "\n</BLAD>\n<BLAD>\nNEXT"))
+        << text.substr(text.find("<BLAD>"));
+}
+
 // ---- envelope -----------------------------------------------------------------------------------
 
 TEST_F(Writer, DefaultPrologOfAnyVersionOfThreeOrFewerCharacters)
@@ -409,6 +472,8 @@ TEST_F(Writer, NotesAreFilledKeptInOrderAndChecked)
     EXPECT_EQ(first, footerOut);
     EXPECT_EQ(0, dk_AddDocError(ctx, "TOBZBA", 0, nullptr));
     EXPECT_EQ(0, dk_AddDocOCR(ctx, "TOBZBA", 0, nullptr));
+    EXPECT_EQ(0, dk_GetDocHeader(ctx, "TOBZBA", 0, nullptr));
+    EXPECT_EQ(0, dk_GetDocFooter(ctx, "TOBZBA", 0, nullptr));
     EXPECT_EQ(1, first->errorCount);
     EXPECT_EQ(1, first->ocrCount);
 }
