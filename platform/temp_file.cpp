@@ -111,12 +111,13 @@ bool recreate_temp_file(const char *path) noexcept
 #else
 
 #include <cerrno>
-#include <cstdint>
 #include <cstdlib>
-#include <ctime>
 #include <string_view>
 
 #include <fcntl.h>
+#if defined(__APPLE__)
+#  include <sys/random.h>  // getentropy; glibc and musl declare it in unistd.h
+#endif
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -166,37 +167,11 @@ std::string_view temp_directory() noexcept
     return directory;
 }
 
-// Random bytes from the kernel; when /dev/urandom is unreadable, a mix of time, address and
-// process id, which O_EXCL still makes safe (only the unpredictability suffers).
-void fill_random(std::span<unsigned char> bytes) noexcept
+// Random bytes from the kernel, or false. No fallback: a name that could be guessed is no spool
+// file name, so without randomness no spool file is made (the caller reports the failure).
+bool fill_random(std::span<unsigned char> bytes) noexcept
 {
-    static std::uint64_t fallback;
-    std::size_t got = 0;
-    {
-        const Descriptor source(::open("/dev/urandom", O_RDONLY | O_CLOEXEC));
-        while (source.valid() && got < bytes.size()) {
-            const ssize_t n = ::read(source.get(), bytes.data() + got, bytes.size() - got);
-            if (n <= 0) {
-                if (n < 0 && errno == EINTR)
-                    continue;
-                break;
-            }
-            got += static_cast<std::size_t>(n);
-        }
-    }
-    if (got == bytes.size())
-        return;
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    fallback ^= static_cast<std::uint64_t>(now.tv_nsec) * 0x9E3779B97F4A7C15u ^ static_cast<std::uint64_t>(now.tv_sec) ^
-                (static_cast<std::uint64_t>(getpid()) << 32) ^ reinterpret_cast<std::uintptr_t>(bytes.data());
-    for (unsigned char &byte : bytes.subspan(got)) {
-        // xorshift64: enough to spread the seed over the remaining bytes
-        fallback ^= fallback << 13;
-        fallback ^= fallback >> 7;
-        fallback ^= fallback << 17;
-        byte = static_cast<unsigned char>(fallback >> 24);
-    }
+    return ::getentropy(bytes.data(), bytes.size()) == 0;
 }
 
 }  // namespace
@@ -218,7 +193,8 @@ bool create_temp_file(std::span<char> out) noexcept
             *cursor++ = '/';
         cursor = std::copy(prefix.begin(), prefix.end(), cursor);
         unsigned char random[suffix_length];
-        fill_random(random);
+        if (!fill_random(random))
+            break;
         for (const unsigned char byte : random)
             *cursor++ = suffix_alphabet[byte % suffix_alphabet.size()];
         *cursor = '\0';
