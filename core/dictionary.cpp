@@ -1,11 +1,20 @@
 // core/dictionary.cpp - the string dictionary: hash, sorted buckets, interning and trimming.
 #include "core/dictionary.hpp"
 
+#include <atomic>
 #include <cstring>
 
 #include "core/allocator.hpp"
 
 namespace navo::dictionary {
+
+std::atomic<std::uint64_t> lookupCount{0};
+
+std::uint64_t lookups() noexcept
+{
+    return lookupCount.load(std::memory_order_relaxed);
+}
+
 namespace {
 
 // From 4 IDs on a bucket is searched by halves.
@@ -255,6 +264,7 @@ NAVO_API int32_t NAVO_CALL dk_sdDestroy(dk_sdDictionary **pointer) noexcept
 
 NAVO_API int32_t NAVO_CALL dk_sdGetID(dk_sdDictionary *dictionary, const char *text, int32_t *out) noexcept
 {
+    navo::dictionary::lookupCount.fetch_add(1, std::memory_order_relaxed);
     if (!navo::dictionary::usable(dictionary))
         return 0;
     *out = navo::dictionary::find(*dictionary, text);

@@ -21,6 +21,10 @@ std::uint32_t bucket_index(const dk_sdDictionary *dictionary, const char *text) 
 // The ID of `text`, or -1 when the dictionary does not hold it.
 std::int32_t find(const dk_sdDictionary &dictionary, const char *text) noexcept;
 
+// Lookups by dk_sdGetID so far, in the whole process: the store's guesses exist to spare them,
+// and the tests count them to see that the guesses are taken (a relaxed count, for that only).
+std::uint64_t lookups() noexcept;
+
 // Copies `text` into `out` without its TABs, LFs and spaces, zero-filling the rest of `out`.
 // False when the kept bytes fill `out` entirely, leaving no room for the terminator, or when
 // `out` is empty.

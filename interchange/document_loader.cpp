@@ -46,6 +46,8 @@ public:
     Section &operator=(const Section &) = delete;
     ~Section()
     {
+        if (observer != nullptr && observer->onSection != nullptr)
+            observer->onSection(observer->user, appender_.writes(), appender_.batched(), appender_.prefilled());
         if (added_ && !kept_)
             dk_RemoveDocument(&ctx_, form_.data(), docIndex_);
     }

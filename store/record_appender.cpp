@@ -69,6 +69,7 @@ bool RecordAppender::add(dk_Context &ctx, const char *form, std::int32_t docInde
     // when the loader handed it over with filled(), else gathered from the slots.
     const bool prefilled = prefilled_ && prefilledRecord_ == store.currentRecord;
     prefilled_ = false;
+    prefilledCount_ += prefilled ? 1 : 0;
     if (!prefilled) {
         char *record = bytes_.data() + pending_ * length_;
         for (std::int32_t i = 0; i < block_->fieldCount; i++) {
@@ -84,6 +85,7 @@ bool RecordAppender::add(dk_Context &ctx, const char *form, std::int32_t docInde
     }
     if (pending_ == 0)
         first_ = store.currentRecord;
+    batched_++;
     lines_[pending_++] = i_lNumerLinii;
     // The store as the literal add leaves it: the cursor on the new record, saved. The literal add
     // also blanked the slots; the loader fills every one of them in full before anything else can
@@ -124,6 +126,7 @@ bool RecordAppender::write_pending() noexcept
     const std::size_t total = (pending_ + 1) * length_;
     const long offset = static_cast<long>(std::int64_t{first_} * static_cast<std::int64_t>(length_));
     const std::size_t written = navo::platform::write_at(store.file, offset, {bytes_.data(), total});
+    writes_++;
     spool.position = unknown_position;
     spool.lastAccess = Access::none;
     forget_record(store);

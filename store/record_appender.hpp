@@ -36,6 +36,12 @@ public:
     // instead of gathering the record from its slots. Nothing but the loader runs in between.
     void filled(const Target &target, std::string_view text) noexcept;
 
+    // What the appender did so far: positioned writes, records added through the batch, and of
+    // those the ones handed over by filled() (for the tests of these paths).
+    std::size_t writes() const noexcept { return writes_; }
+    std::size_t batched() const noexcept { return batched_; }
+    std::size_t prefilled() const noexcept { return prefilledCount_; }
+
     // Writes what is pending. False when the file took less; then i_lNumerLinii is the line of the
     // first add that the literal path would have seen fail.
     [[nodiscard]] bool settle() noexcept;
@@ -57,6 +63,9 @@ private:
     std::int32_t first_ = 0;     // record at the start of the batch
     std::size_t pending_ = 0;    // filled records in the batch
     bool prefilled_ = false;     // the batch holds the record under the cursor at pending_
+    std::size_t writes_ = 0;
+    std::size_t batched_ = 0;
+    std::size_t prefilledCount_ = 0;
     std::int32_t prefilledRecord_ = 0;
     std::array<std::int32_t, max_records> lines_{};
     std::array<char, capacity> bytes_{};

@@ -19,6 +19,7 @@
 
 #include "core/allocator.hpp"
 #include "core/context.hpp"
+#include "core/dictionary.hpp"
 #include "interchange/document_loader.hpp"
 #include "interchange/scanner.hpp"
 #include "interchange/writer.hpp"
@@ -89,10 +90,12 @@ int32_t lineOfRecordEnd(const std::string &text, int r)
 struct Seen {
     std::vector<int32_t> errors;
     std::function<int32_t(dk_Context *)> onDocument;
+    std::vector<size_t> appends;  // writes, batched, prefilled of the last section
 };
 Seen *seen = nullptr;
 
 void onError(void *, int32_t code) { seen->errors.push_back(code); }
+void onSection(void *, size_t writes, size_t batched, size_t prefilled) { seen->appends = {writes, batched, prefilled}; }
 
 int32_t NAVO_CALL onDocument(dk_Context *ctx, const char *, int32_t)
 {
@@ -104,7 +107,7 @@ protected:
     navo_test::ScopedTempDir tmp;
     dk_Context *ctx = nullptr;
     Seen trace;
-    navo::interchange::LoadObserver observer{onError, nullptr, nullptr};
+    navo::interchange::LoadObserver observer{onError, nullptr, nullptr, onSection};
 
     void SetUp() override
     {
@@ -175,6 +178,11 @@ TEST_F(FastPaths, SpoolAtTheCallbackIsThatOfOneAddPerRecord)
         EXPECT_EQ(1, load(fileWith(records)));
         EXPECT_EQ(1, calls);
         EXPECT_EQ(std::vector<int32_t>{}, trace.errors);
+        // Every record behind the first went through the batch, all but the first of those
+        // handed over whole, in writes of `room` records and the blank behind them.
+        const size_t added = static_cast<size_t>(records) - 1;
+        const size_t room = std::min<size_t>(16 * 1024 / length, 65) - 1;
+        EXPECT_EQ((std::vector<size_t>{(added + room - 1) / room, added, added > 0 ? added - 1 : 0}), trace.appends);
     }
 }
 
@@ -542,6 +550,44 @@ TEST_F(FastPaths, EveryChangeOfShapeMovesTheLayoutGeneration)
         EXPECT_EQ(1, change());
         EXPECT_NE(before, navo::layout_generation());
     }
+}
+
+// The guesses spare the dictionary's lookups, which is what they are for: a load looks names up
+// per section, not per record; reads of a record's fields in order after the first read look up
+// nothing, nor do writes; reads that alternate between two blocks look up at most the block.
+TEST_F(FastPaths, GuessesSpareTheDictionaryLookups)
+{
+    std::vector<uint64_t> perLoad;
+    ASSERT_EQ(1, load(fileWith(2)));  // the form guessed from here on
+    for (int records : {3, 300}) {
+        const uint64_t before = navo::dictionary::lookups();
+        ASSERT_EQ(1, load(fileWith(records)));
+        perLoad.push_back(navo::dictionary::lookups() - before);
+    }
+    EXPECT_EQ(perLoad[0], perLoad[1]);
+
+    dk_Context *c = contextWithDocument(GetDefTXT_1_3());
+    ASSERT_NE(nullptr, c);
+    const std::string tag = repeating().tag;
+    const BlockLayout &single = layouts13().form(form).at(repeatingIndex() == 0 ? 1 : 0);
+    char out[256];
+    ASSERT_EQ(1, dk_GetField(c, form, 0, tag.c_str(), 0, repeating().fields[0].first.c_str(), out, sizeof out));
+    uint64_t before = navo::dictionary::lookups();
+    for (int record : {0, 1, 2}) {
+        for (const auto &[name, width] : repeating().fields) {
+            ASSERT_EQ(1, dk_GetField(c, form, 0, tag.c_str(), record, name.c_str(), out, sizeof out));
+            ASSERT_EQ(1, dk_SetField(c, form, 0, tag.c_str(), record, name.c_str(), "v"));
+        }
+    }
+    EXPECT_EQ(before, navo::dictionary::lookups());
+    before = navo::dictionary::lookups();
+    const size_t fields = std::min(single.fields.size(), repeating().fields.size());
+    for (size_t f = 0; f < fields; f++) {
+        ASSERT_EQ(1, dk_GetField(c, form, 0, tag.c_str(), 1, repeating().fields[f].first.c_str(), out, sizeof out));
+        ASSERT_EQ(1, dk_GetField(c, form, 0, single.tag.c_str(), 0, single.fields[f].first.c_str(), out, sizeof out));
+    }
+    EXPECT_GE(before + 2 * fields, navo::dictionary::lookups());
+    EXPECT_EQ(1, dk_Destroy(&c));
 }
 
 // Values shorter than, as long as and longer than the field, read back through buffers shorter
