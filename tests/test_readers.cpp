@@ -182,6 +182,12 @@ TEST(ReaderArguments, NullStreamOrOutputIsRefused)
     EXPECT_EQ(0, dk_LoadStringbyLen(nullptr, out, 4, 1));
     EXPECT_EQ(0, dk_LoadStringbyLen(stream, nullptr, 4, 1));
     EXPECT_EQ(0, dk_LoadStringtoTerminator(stream, nullptr, "A"));
+    // A negative size is no room: reading nothing succeeds, reading anything fails, and the
+    // output and the stream are left alone.
+    EXPECT_EQ(1, dk_LoadStringbyLen(stream, out, -1, 0));
+    EXPECT_EQ(1, dk_LoadStringbyLen(stream, out, -1, -3));
+    EXPECT_EQ(0, dk_LoadStringbyLen(stream, out, -1, 1));
+    EXPECT_STREQ("", out);
     EXPECT_EQ('<', std::fgetc(stream));
     std::fclose(stream);
 }

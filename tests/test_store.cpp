@@ -231,6 +231,9 @@ TEST_F(Store, DataSurvivesEvictionWithOneStream)
     const std::string path = store(0)->path;
     ASSERT_EQ(0, std::remove(path.c_str()));
     ASSERT_EQ(1, set(0, 3, "A", "new"));
+    get(0, 1, "A");  // the cursor moves on: record 3 goes to the file made anew, and is read back
+    EXPECT_NE(nullptr, store(0)->file);
+    EXPECT_EQ("new", get(0, 3, "A").substr(0, 3));
     EXPECT_EQ(1, dk_RemoveAllDocuments(ctx));
 }
 
@@ -618,6 +621,11 @@ TEST_F(Store, PackedCallsRefuseWhatIsNotThere)
         }
     }
     EXPECT_EQ(0, dk_GetNAVODocument(ctx, "TOBZBA", 0, nullptr, 1000));
+    // A document that is not there is refused whatever room the caller offers.
+    std::string room(1 << 20, ' ');
+    char *whole = room.data();
+    EXPECT_EQ(0, dk_GetNAVODocument(ctx, "TOBZBA", 1, &whole, static_cast<int32_t>(room.size())));
+    EXPECT_EQ(0, dk_SetNAVODocument(ctx, "TOBZBA", 1, room.data(), static_cast<int32_t>(room.size())));
     EXPECT_EQ(padded("PRZYKLADOWA FIRMA", 31), field(ctx, "TOBZBA", 0, "DIPL", 0, "NazwaSkrocona"));
 }
 
