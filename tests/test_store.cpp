@@ -495,6 +495,7 @@ TEST_F(Store, RecordCallsRefuseSingleBlocksAndUnknownNames)
         EXPECT_EQ(-1, out);
         EXPECT_EQ(0, dk_RemoveBlock(ctx, row.form, row.doc, row.block, 0));
     }
+    EXPECT_EQ(0, dk_AddBlock(ctx, "F", 0, "REP", nullptr));  // nowhere to put the index: nothing added
     EXPECT_EQ(1, count(0));
 }
 

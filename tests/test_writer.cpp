@@ -189,6 +189,18 @@ TEST_F(Writer, RefusalsWriteNothing)
     } rows[] = {{"NIEMA", 0}, {"DIPL", 0}, {"TOBZBA", 1}, {"TOBZBA", -1}, {"TOBDWA", 0}};
     for (const auto &row : rows)
         EXPECT_EQ("", step([&](FILE *s) { return dk_SaveDocument(ctx, row.form, row.doc, s, 1); }, 0)) << row.form << row.doc;
+    // No context or no stream: every step refuses, the stream untouched.
+    FILE *open = std::fopen(tmp.file("steps.navo").c_str(), "wb");
+    ASSERT_NE(nullptr, open);
+    for (FILE *s : {open, static_cast<FILE *>(nullptr)}) {
+        dk_Context *c = s == nullptr ? ctx : nullptr;
+        EXPECT_EQ(0, dk_SaveProlog(c, s));
+        EXPECT_EQ(0, dk_SaveHeader(c, s));
+        EXPECT_EQ(0, dk_SaveFooter(c, s));
+        EXPECT_EQ(0, dk_SaveDocument(c, "TOBZBA", 0, s, 1));
+    }
+    EXPECT_EQ(0, std::ftell(open));
+    std::fclose(open);
     FILE *stream = reinterpret_cast<FILE *>(this);
     EXPECT_EQ(0, dk_OpenFileforSave(&stream, tmp.file("missing/out.navo").c_str()));
     EXPECT_EQ(nullptr, stream);
