@@ -299,11 +299,13 @@ TEST_F(FastPaths, LineCountIsThatOfFgetsCalls)
     inputs.push_back(big.substr(0, 32767) + "\r\n" + big);
     inputs.push_back(fileWith(120));
     inputs.push_back(navo_test::toCrLf(fileWith(120)));
+    const int descriptors = navo_test::openDescriptors();
     for (const std::string &text : inputs) {
         SCOPED_TRACE(text.size());
         load(text);
         EXPECT_EQ(fgetsCalls(input()), i_lLinii);
     }
+    EXPECT_EQ(descriptors, navo_test::openDescriptors()) << "a load left its file open";
 }
 
 // Loads of a valid file as LF, CR LF, with TABs, a 0x1A and a long line, each cut at many points

@@ -265,6 +265,45 @@ TEST_P(TextMode, ReadsByteForByteAsTheTranslationSays)
     std::fclose(stream);
 }
 
+// A CR that ends the stream's 8 KiB run is decided by the byte behind it (an LF, another byte,
+// the end, a 0x1A); an LF that meets a full 8 KiB chunk on output still leaves as CR LF, and a
+// refused chunk fails the write.
+TEST(TextModeStream, CarriageReturnsAndLineFeedsAtTheRunEdges)
+{
+    ScopedTempDir tmp;
+    const std::string run(8191, 'a');
+    const struct {
+        std::string file, read;
+    } rows[] = {{run + "\r\nb", run + "\nb"}, {run + "\rb", run + "\rb"}, {run + "\r", run + "\r"},
+                {run + "\r\x1a" + "b", run + "\r"}, {run + "x\r\nb", run + "x\nb"}};
+    for (const auto &row : rows) {
+        writeFile(tmp.file("in"), row.file);
+        FILE *in = internals::openText(tmp.file("in"), "rt");
+        ASSERT_NE(nullptr, in);
+        std::string read(row.file.size() + 8, '\0');
+        read.resize(std::fread(read.data(), 1, read.size(), in));
+        EXPECT_EQ(row.read, read) << row.file.size();
+        std::fclose(in);
+    }
+    FILE *out = internals::openText(tmp.file("out"), "wt");
+    ASSERT_NE(nullptr, out);
+    std::setvbuf(out, nullptr, _IONBF, 0);  // each write reaches the translation whole
+    const std::string text = run + "\nb" + std::string(9000, '\n');
+    ASSERT_EQ(text.size(), std::fwrite(text.data(), 1, text.size(), out));
+    ASSERT_EQ(0, std::fclose(out));
+    std::string expected = run + "\r\nb";
+    for (int i = 0; i < 9000; i++)
+        expected += "\r\n";
+    EXPECT_EQ(expected, readFile(tmp.file("out")));
+#if defined(__linux__)
+    FILE *full = internals::openText("/dev/full", "wt");
+    ASSERT_NE(nullptr, full);
+    std::setvbuf(full, nullptr, _IONBF, 0);
+    EXPECT_NE(text.size(), std::fwrite(text.data(), 1, text.size(), full));
+    std::fclose(full);
+#endif
+}
+
 // Long inputs cross every internal buffer boundary: CR LF pairs split at any offset, fgets and
 // getc agree, ftell counts translated characters, and a written file reads back.
 TEST(TextModeStream, LongContentRoundTripsAtEveryBoundary)

@@ -189,6 +189,13 @@ TEST_F(Writer, RefusalsWriteNothing)
     } rows[] = {{"NIEMA", 0}, {"DIPL", 0}, {"TOBZBA", 1}, {"TOBZBA", -1}, {"TOBDWA", 0}};
     for (const auto &row : rows)
         EXPECT_EQ("", step([&](FILE *s) { return dk_SaveDocument(ctx, row.form, row.doc, s, 1); }, 0)) << row.form << row.doc;
+    // A kind outside 0 to 3 on a document's first and only note is refused as well.
+    int32_t fresh = -1;
+    ASSERT_EQ(1, dk_AddDocument(ctx, "TOBZBA", &fresh));
+    dk_OcrNote only = ocrNote(4, "x");
+    ASSERT_EQ(1, dk_AddDocOCR(ctx, "TOBZBA", fresh, &only));
+    EXPECT_EQ("", step([&](FILE *s) { return dk_SaveDocument(ctx, "TOBZBA", fresh, s, 1); }, 0));
+    ASSERT_EQ(1, dk_RemoveDocument(ctx, "TOBZBA", fresh));
     // No context or no stream: every step refuses, the stream untouched.
     FILE *open = std::fopen(tmp.file("steps.navo").c_str(), "wb");
     ASSERT_NE(nullptr, open);
