@@ -204,7 +204,7 @@ TEST_F(FastPaths, FullSpoolFailsAtTheLineOfTheRefusedAdd)
     rlimit before{};
     ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &before));
     navo_test::writeFile(input(), text);
-    for (size_t limitRecords : {1ul, 2ul, 3ul, 40ul, 55ul, 56ul, 57ul, 120ul, 199ul}) {
+    for (size_t limitRecords : {1ul, 2ul, 3ul, 40ul, 54ul, 55ul, 56ul, 57ul, 108ul, 120ul, 199ul}) {
         for (size_t extra : {0ul, length / 2}) {
             const size_t limit = limitRecords * length + extra;
             SCOPED_TRACE(limit);
