@@ -177,6 +177,7 @@ TEST(ReaderArguments, NullStreamOrOutputIsRefused)
     FILE *stream = std::fopen(tmp.file("in").c_str(), "rb");
     ASSERT_NE(nullptr, stream);
     char out[4] = "";
+    EXPECT_EQ(-1, dk_LoadChar(nullptr));
     EXPECT_EQ(0, dk_LoadStringforTag(nullptr, out, 4));
     EXPECT_EQ(0, dk_LoadStringforTag(stream, nullptr, 4));
     EXPECT_EQ(0, dk_LoadStringbyLen(nullptr, out, 4, 1));
