@@ -106,6 +106,12 @@ TEST(Context, InitAndMallocUnderEveryAllocationFailure)
                       .check = [&](int32_t result, int64_t n) { EXPECT_EQ(n == 0, result == 1); },
                       .teardown = [&] { dk_Free(block); dk_Free(nullptr); }},
                      tmp);
+    // The tests' hook: a count below one fails nothing, and a zero-byte block is a block.
+    navo::memory::fail_after(-3);
+    void *small = dk_Malloc(0);
+    EXPECT_NE(nullptr, small);
+    dk_Free(small);
+    navo::memory::fail_after(0);
 }
 
 // ---- dictionary ---------------------------------------------------------------------------------
