@@ -24,8 +24,8 @@ namespace {
 // anything else (another case, a freed slot, a changed dictionary) takes the lookup.
 bool guess_id(const dk_sdDictionary *dictionary, std::int32_t id, const char *text, std::int32_t &out) noexcept
 {
-    if (dictionary == nullptr || dictionary->buckets == nullptr || dictionary->bucketCount == 0 || id < 0 ||
-        id >= dictionary->count || dictionary->strings[id] == nullptr || std::strcmp(dictionary->strings[id], text) != 0)
+    if (dictionary == nullptr || dictionary->buckets == nullptr || dictionary->bucketCount == 0 ||
+        !names_id(*dictionary, id, text))
         return false;
     out = id;
     return true;
