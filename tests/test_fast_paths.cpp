@@ -2,11 +2,16 @@
 #include <gtest/gtest.h>
 
 #ifndef _WIN32
+#include <fcntl.h>
+#include <pthread.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #endif
 
 #include <array>
 #include <cctype>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +20,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "core/allocator.hpp"
@@ -424,6 +430,65 @@ TEST_F(FastPaths, BufferedReadersAnswerAsTheByteWiseReaders)
         }
         std::fclose(stream);
     }
+}
+
+#ifndef _WIN32
+void ignoreSignal(int) {}
+#endif
+
+// The raw input on a pipe whose writer comes late and writes in pieces, with a signal (its handler
+// installed without SA_RESTART) arriving while the open and each read wait: every read still
+// fills the whole request from the pieces and the end comes once, after the last byte.
+TEST_F(FastPaths, RawInputFillsEachReadAcrossPiecesAndSignals)
+{
+#ifdef _WIN32
+    GTEST_SKIP() << "named pipes and interrupted system calls are POSIX; Windows reads with fread";
+#else
+    const std::string fifo = tmp.path() + "/input.navo";
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    struct sigaction wake {};
+    wake.sa_handler = ignoreSignal;
+    struct sigaction old {};
+    ASSERT_EQ(0, sigaction(SIGUSR1, &wake, &old));
+    const std::string pieces[] = {"<NAVO>", "0123456789", "", "x\r\n", "abcdefghijklmnopqrstuvwxyz"};
+    const pthread_t reader = pthread_self();
+    std::thread writer([&] {
+        const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(30)); };
+        pause();
+        pthread_kill(reader, SIGUSR1);  // the open is waiting for a writer
+        pause();
+        FILE *pipe = std::fopen(fifo.c_str(), "wb");
+        for (const std::string &piece : pieces) {
+            pause();
+            pthread_kill(reader, SIGUSR1);  // a read is waiting for the piece
+            pause();
+            std::fwrite(piece.data(), 1, piece.size(), pipe);
+            std::fflush(pipe);
+        }
+        std::fclose(pipe);
+    });
+    navo::platform::FileInput raw;
+    const bool opened = raw.open(fifo.c_str());
+    std::string got;
+    std::vector<size_t> reads;
+    for (size_t n = 1; opened && n != 0;) {
+        char buffer[16];
+        n = raw.read(buffer, sizeof buffer);
+        got.append(buffer, n);
+        reads.push_back(n);
+    }
+    // A failed open must not leave the writer waiting for a reader.
+    const int release = opened ? -1 : ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+    writer.join();
+    if (release >= 0)
+        ::close(release);
+    ASSERT_EQ(0, sigaction(SIGUSR1, &old, nullptr));
+    ASSERT_TRUE(opened);
+    EXPECT_EQ("<NAVO>0123456789x\r\nabcdefghijklmnopqrstuvwxyz", got);
+    EXPECT_EQ((std::vector<size_t>{16, 16, 13, 0}), reads);
+    EXPECT_FALSE(raw.failed());
+    std::remove(fifo.c_str());
+#endif
 }
 
 // ---- field access: guessed IDs and bulk copies ----------------------------------------------
