@@ -432,6 +432,45 @@ TEST_F(FastPaths, BufferedReadersAnswerAsTheByteWiseReaders)
     }
 }
 
+// A text that cannot grow past its first 64 bytes: the buffered reader, which grows once for the
+// whole run, stops where the byte-wise reader, which grows by doubling as it goes, found its text
+// full, with the same LFs counted, whatever TABs, LFs and CR LFs lie before and after that point.
+TEST_F(FastPaths, TextThatCannotGrowStopsWhereTheByteWiseReadStopped)
+{
+    const std::string units[] = {"a\n", "ab\r\n", "\t\ta\r\r\n", "abc", "\n\n\r\nxyz\t"};
+    for (const std::string &unit : units) {
+        for (size_t shift = 0; shift < 4; shift++) {
+            std::string text(shift, 'p');
+            while (text.size() < 400)
+                text += unit;
+            SCOPED_TRACE(testing::PrintToString(text.substr(0, 12)) + " shifted " + std::to_string(shift));
+            navo_test::writeFile(input(), "<AB>" + text + "</AB>");
+            std::array<char, 32> tag{};
+            navo::platform::FileInput raw;
+            ASSERT_TRUE(raw.open(input().c_str()));
+            navo::interchange::BulkInput buffered(raw);
+            navo::interchange::TextBuffer grown;
+            i_lNumerLinii = 1;
+            ASSERT_TRUE(navo::interchange::read_tag(buffered, tag));
+            navo::memory::fail_after(2);  // after the first 64 bytes
+            EXPECT_FALSE(navo::interchange::read_element(buffered, grown, std::nullopt));
+            navo::memory::fail_after(0);
+            const int32_t bufferedLines = i_lNumerLinii;
+
+            FILE *stream = navo::platform::open_text_stream(input().c_str(), "rt").release();
+            ASSERT_NE(nullptr, stream);
+            char *element = nullptr;
+            i_lNumerLinii = 1;
+            ASSERT_TRUE(navo::interchange::read_tag(stream, tag));
+            navo::memory::fail_after(3);  // the first byte, then the first 64
+            EXPECT_FALSE(navo::interchange::read_element(stream, element, std::nullopt));
+            navo::memory::fail_after(0);
+            std::fclose(stream);
+            EXPECT_EQ(i_lNumerLinii, bufferedLines);
+        }
+    }
+}
+
 #ifndef _WIN32
 void ignoreSignal(int) {}
 #endif
