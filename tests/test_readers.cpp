@@ -291,10 +291,12 @@ TEST(TextModeStream, CarriageReturnsAndLineFeedsAtTheRunEdges)
     std::setvbuf(out, nullptr, _IONBF, 0);  // each write reaches the translation whole
     const std::string text = run + "\nb" + std::string(9000, '\n');
     ASSERT_EQ(text.size(), std::fwrite(text.data(), 1, text.size(), out));
+    ASSERT_EQ('c', std::fputc('c', out));  // a write of one byte
     ASSERT_EQ(0, std::fclose(out));
     std::string expected = run + "\r\nb";
     for (int i = 0; i < 9000; i++)
         expected += "\r\n";
+    expected += "c";
     EXPECT_EQ(expected, readFile(tmp.file("out")));
 #if defined(__linux__)
     FILE *full = internals::openText("/dev/full", "wt");
