@@ -335,6 +335,10 @@ TEST_F(Store, BlockSaveWritesTheChangedFieldsOfARepeatingStore)
     ASSERT_EQ(1, set(doc, 0, "A", "abcdef"));  // cut to the width
     EXPECT_EQ(1, dk_lfBlockSave(document, store(doc), rep));
     EXPECT_EQ("abcbb", readFile(store(doc)->path));
+    // Saved means clean, in the store and in each of its slots.
+    EXPECT_EQ(0, store(doc)->dirty);
+    for (int32_t f = 0; f < rep->fieldCount; f++)
+        EXPECT_EQ(0, store(doc)->fields[f].dirty) << f;
     EXPECT_EQ(0, dk_lfBlockSave(document, document->blocks[0], sng));
     EXPECT_EQ(0, dk_lfBlockSave(nullptr, store(doc), rep));
     EXPECT_EQ(0, dk_lfBlockSave(document, nullptr, rep));
