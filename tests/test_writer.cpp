@@ -213,6 +213,9 @@ TEST_F(Writer, RefusalsWriteNothing)
     EXPECT_EQ(nullptr, stream);
     EXPECT_EQ(0, dk_SaveNAVO(ctx, tmp.file("missing/out.navo").c_str(), 1));
     writeFile(tmp.file("out.navo"), std::string(5000, 'z'));
+    EXPECT_EQ(0, dk_SaveNAVO(nullptr, tmp.file("out.navo").c_str(), 1));
+    EXPECT_EQ(0, dk_SaveNAVO(ctx, nullptr, 1));
+    EXPECT_EQ(std::string(5000, 'z'), readFile(tmp.file("out.navo")));  // refused before the file is touched
     EXPECT_EQ(lines(29, 59, "\r\n"), save(0));  // an existing file is truncated
 }
 
