@@ -653,6 +653,16 @@ TEST_F(Store, FormWithoutBlocksAndBlockWithoutFields)
         dk_Free(out);
         EXPECT_EQ(held, dk_SetNAVOBlock(ctx, "F", doc, "REP", record, "", 4)) << record;
     }
+    // With nothing to pack, only the document's presence decides.
+    for (const char *form : {"E", "F"}) {
+        for (int32_t index : {-1, 0, 1}) {
+            const int32_t held = index == 0;
+            char *out = nullptr;
+            EXPECT_EQ(held, dk_GetNAVODocument(ctx, form, index, &out, 1)) << form << index;
+            dk_Free(out);
+            EXPECT_EQ(held, dk_SetNAVODocument(ctx, form, index, "", 0)) << form << index;
+        }
+    }
 }
 
 // ---- every allocation of every store step fails in turn -----------------------------------------
