@@ -86,10 +86,14 @@ private:
     // The run's last byte was a CR and the file goes on: it waits for the next run, so that a CR
     // and the byte that decides it always stand in one run.
     bool heldCarriageReturn_ = false;
+
+public:
     // 32 KiB of the file at a time: one read serves about a hundred records, and the buffer is
     // small enough for the stack of a host's thread (the loader allocates nothing for it). One
     // byte more holds a NUL behind the run, so a CR's follower can always be looked at.
     static constexpr std::size_t run_size = 32 * 1024;
+
+private:
     std::array<char, run_size + 1> buffer_{};
 };
 

@@ -473,6 +473,48 @@ TEST_F(FastPaths, TextThatCannotGrowStopsWhereTheByteWiseReadStopped)
     }
 }
 
+// A CR on the last byte of a run waits for the next run to decide it: alone it stays, before an LF
+// it goes, and a 0x1A behind it ends the text after it. Element texts, lines and the next tag as
+// the byte-wise reader gives them.
+TEST_F(FastPaths, CarriageReturnOnTheLastByteOfARun)
+{
+    constexpr size_t run = navo::interchange::BulkInput::run_size;
+    for (const std::string piece : {"\r", "\r\n", "\r\r\n", "\r\x1a", "\n\r"}) {
+        for (size_t at = run - 3; at <= run + 1; at++) {
+            SCOPED_TRACE(testing::PrintToString(piece) + " at " + std::to_string(at));
+            const std::string opening = "<AB>";
+            std::string bytes = opening + std::string(at - opening.size(), 'a') + piece + "b</AB><CD>";
+            navo_test::writeFile(input(), bytes);
+            std::array<char, 32> fast{};
+            std::array<char, 32> slow{};
+            navo::platform::FileInput raw;
+            ASSERT_TRUE(raw.open(input().c_str()));
+            navo::interchange::BulkInput buffered(raw);
+            navo::interchange::TextBuffer text;
+            i_lNumerLinii = 1;
+            ASSERT_TRUE(navo::interchange::read_tag(buffered, fast));
+            const bool a = navo::interchange::read_element(buffered, text, std::string_view{"AB"});
+            const bool b = a && navo::interchange::read_tag(buffered, fast);
+            const int32_t bufferedLines = i_lNumerLinii;
+
+            FILE *stream = navo::platform::open_text_stream(input().c_str(), "rt").release();
+            ASSERT_NE(nullptr, stream);
+            char *element = nullptr;
+            i_lNumerLinii = 1;
+            ASSERT_TRUE(navo::interchange::read_tag(stream, slow));
+            EXPECT_EQ(navo::interchange::read_element(stream, element, std::string_view{"AB"}), a);
+            EXPECT_EQ(a && navo::interchange::read_tag(stream, slow), b);
+            std::fclose(stream);
+            // Texts of 32 KiB are compared without printing them.
+            const std::string byteWise = element != nullptr ? element : "";
+            EXPECT_TRUE(!a || byteWise == text.c_str()) << byteWise.size() << " bytes byte-wise";
+            navo::memory::release(element);
+            EXPECT_EQ(slow, fast);
+            EXPECT_EQ(i_lNumerLinii, bufferedLines);
+        }
+    }
+}
+
 #ifndef _WIN32
 void ignoreSignal(int) {}
 #endif
