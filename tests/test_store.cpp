@@ -527,6 +527,22 @@ TEST_F(Store, UnreadableSpoolFileFailsTheStepAndKeepsTheCount)
     writeFile(path, before);
     EXPECT_EQ(2, addRecord(0));
     EXPECT_EQ("a0 |b0 a1 |b1    |  ", records(0));
+    // A record changed in full whose save cannot reopen the file stays changed, to be saved later.
+    ASSERT_EQ(1, set(0, 2, "A", "p"));
+    ASSERT_EQ(1, set(0, 2, "B", "q"));
+    addRecord(1);  // doc 1 takes the one stream
+    ASSERT_EQ(nullptr, store(0)->file);
+    ASSERT_EQ(0, std::remove(path.c_str()));
+    std::filesystem::create_directory(path);
+    const dk_dfDefinition &d = ctx->definitions->items[0];
+    const dk_dfBlock *rep = &d.blocks[d.forms[0].refs[1].blockIndex];
+    dk_Document *document = &ctx->documentLists[0].documents[0];
+    EXPECT_EQ(0, dk_lfBlockSave(document, store(0), rep));
+    EXPECT_EQ(1, store(0)->dirty);
+    std::filesystem::remove(path);
+    writeFile(path, before);
+    EXPECT_EQ(1, dk_lfBlockSave(document, store(0), rep));
+    EXPECT_EQ("a0 |b0 a1 |b1 p  |q ", records(0));
 }
 
 // ---- packed access ------------------------------------------------------------------------------
