@@ -33,6 +33,7 @@
 #include "navo_builder.h"
 #include "platform/file_input.hpp"
 #include "platform/text_stream.hpp"
+#include "store/record_appender.hpp"
 #include "test_support.h"
 
 using navo_test::BlockLayout;
@@ -270,6 +271,116 @@ TEST_F(FastPaths, LoadUnderEveryAllocationFailure)
         }
         EXPECT_EQ(std::vector<std::string>{"input.navo"}, tmp.entries());
     }
+}
+
+// The appender driven as the loader drives it, on stores it cannot batch: a record too wide for
+// the batch, a record whose slots hold a NUL, a single block. Each add is the literal one; a
+// record handed over for another store is not taken; a batch the file refuses outright fails
+// at the line of its first add.
+TEST_F(FastPaths, AppenderFallsBackToTheLiteralAddWhereItCannotBatch)
+{
+    dk_Context *c = navo_test::makeContext("Wersja T1\n\n[F, F]\nSingle, 1, 1\nRep, 1, -1\n\n[W, W]\nWide, 1, -1\n\n"
+                                           "<Single, SNG>\nX, 4, t\n\n<Rep, REP>\nA, 3, t\nB, 2, t\n\n"
+                                           "<Wide, WID>\nC, 9000, t\n");
+    ASSERT_NE(nullptr, c);
+    const auto target = [&](const char *formName, int32_t doc, const char *tag) {
+        navo::store::Target t;
+        EXPECT_TRUE(navo::store::find_form(c, formName, t) && navo::store::find_document(t, doc) &&
+                    navo::store::find_block(*c, tag, t));
+        return t;
+    };
+    // What the loader does with an element's text: every slot of the record under the cursor, in full.
+    const auto fill = [](const navo::store::Target &t, const std::string &text) {
+        for (int32_t i = 0; i < t.block->fieldCount; i++) {
+            std::memcpy(t.store->fields[i].text, text.data() + t.block->fields[i].offset,
+                        static_cast<size_t>(t.block->fields[i].width));
+            t.store->fields[i].loaded = 1;
+            t.store->fields[i].dirty = 1;
+        }
+        t.store->dirty = 1;
+    };
+    int32_t doc = -1;
+    ASSERT_EQ(1, dk_AddDocument(c, "W", &doc));
+    ASSERT_EQ(1, dk_AddDocument(c, "F", &doc));
+    ASSERT_EQ(1, dk_AddDocument(c, "F", &doc));
+    navo::store::RecordAppender appender;
+    int32_t out = -1;
+
+    const navo::store::Target wide = target("W", 0, "WID");
+    for (int32_t r = 0; r < 3; r++) {
+        if (r > 0) {
+            ASSERT_TRUE(appender.add(*c, "W", 0, "WID", wide, out));
+            EXPECT_EQ(r, out);
+        }
+        const std::string text(9000, static_cast<char>('a' + r));
+        fill(wide, text);
+        appender.filled(wide, text);
+    }
+    ASSERT_TRUE(appender.settle());
+    EXPECT_EQ(0u, appender.batched());
+    for (int32_t r = 0; r < 3; r++) {
+        std::string value(9001, '?');
+        ASSERT_EQ(1, dk_GetField(c, "W", 0, "WID", r, "C", value.data(), 9001));
+        EXPECT_TRUE(value == std::string(9000, static_cast<char>('a' + r)) + '\0') << "record " << r;
+    }
+
+    // A NUL among the slots: the literal add, which writes the field up to its NUL.
+    const navo::store::Target rep = target("F", 0, "REP");
+    fill(rep, std::string("ab\0xy", 5));
+    ASSERT_TRUE(appender.add(*c, "F", 0, "REP", rep, out));
+    EXPECT_EQ(1, out);
+    fill(rep, "cdeuv");
+    appender.filled(rep, "cdeuv");
+    EXPECT_EQ(0u, appender.batched());
+    // The single block is no store to add to.
+    EXPECT_FALSE(appender.add(*c, "F", 0, "SNG", target("F", 0, "SNG"), out));
+
+    // Three batched records of document 0, settled; then document 1, with the same cursor, is
+    // handed a record while document 0's store is still the one batched.
+    for (int32_t r = 2; r <= 4; r++) {
+        ASSERT_TRUE(appender.add(*c, "F", 0, "REP", rep, out));
+        EXPECT_EQ(r, out);
+        const std::string text = "rec" + std::to_string(r) + "!";
+        fill(rep, text);
+        appender.filled(rep, text);
+    }
+    EXPECT_EQ(3u, appender.batched());
+    EXPECT_EQ(3u, appender.prefilled());
+    ASSERT_TRUE(appender.settle());
+    const navo::store::Target other = target("F", 1, "REP");
+    for (int32_t r = 1; r <= 4; r++)
+        ASSERT_EQ(1, dk_AddBlock(c, "F", 1, "REP", &out));
+    fill(other, "other");
+    appender.filled(other, "other");
+    ASSERT_TRUE(appender.add(*c, "F", 1, "REP", other, out));
+    EXPECT_EQ(3u, appender.prefilled()) << "a record handed over for another store was taken";
+    ASSERT_TRUE(appender.settle());
+    EXPECT_EQ("ab |xy cde|uv rec|2! rec|3! rec|4!", [&] {
+        std::string text;
+        for (int32_t r = 0; r < 5; r++)
+            text += (r ? " " : "") + navo_test::field(c, "F", 0, "REP", r, "A") + "|" + navo_test::field(c, "F", 0, "REP", r, "B");
+        return text;
+    }());
+    EXPECT_EQ("other", navo_test::field(c, "F", 1, "REP", 4, "A") + navo_test::field(c, "F", 1, "REP", 4, "B"));
+
+#ifndef _WIN32
+    // A file that takes no byte of the batch: the batch fails at the line of its first add.
+    ASSERT_TRUE(appender.add(*c, "F", 1, "REP", other, out));
+    for (int32_t line : {101, 102}) {
+        fill(other, "xxxxx");
+        i_lNumerLinii = line;
+        ASSERT_TRUE(appender.add(*c, "F", 1, "REP", other, out));
+    }
+    FILE *readOnly = std::fopen(other.store->path, "rb");
+    ASSERT_NE(nullptr, readOnly);
+    std::swap(readOnly, other.store->file);
+    i_lNumerLinii = 0;
+    EXPECT_FALSE(appender.settle());
+    EXPECT_EQ(101, i_lNumerLinii);
+    std::swap(readOnly, other.store->file);
+    std::fclose(readOnly);
+#endif
+    navo_test::destroyContext(c);
 }
 
 // ---- the buffered input of a load ----------------------------------------------------------
