@@ -542,7 +542,7 @@ std::int32_t BulkInput::count_lines() noexcept
     // The last piece comes back only at the end of the file; a read error makes its call fail.
     if (piece > 0 && !source_.failed())
         lines++;
-    static_cast<void>(source_.rewind());
+    source_.rewind();
     position_ = 0;
     end_ = 0;
     ended_ = false;

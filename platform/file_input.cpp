@@ -33,14 +33,13 @@ std::size_t FileInput::read(char *buffer, std::size_t size) noexcept
     return got;
 }
 
-bool FileInput::rewind() noexcept
+void FileInput::rewind() noexcept
 {
-    if (std::fseek(stream_.get(), 0, SEEK_SET) != 0)
-        return false;
-    std::clearerr(stream_.get());
-    done_ = false;
-    failed_ = false;
-    return true;
+    if (std::fseek(stream_.get(), 0, SEEK_SET) == 0) {
+        std::clearerr(stream_.get());
+        done_ = false;
+        failed_ = false;
+    }
 }
 
 #else  // POSIX
@@ -82,13 +81,12 @@ std::size_t FileInput::read(char *buffer, std::size_t size) noexcept
     return got;
 }
 
-bool FileInput::rewind() noexcept
+void FileInput::rewind() noexcept
 {
-    if (::lseek(descriptor_, 0, SEEK_SET) != 0)
-        return false;
-    done_ = false;
-    failed_ = false;
-    return true;
+    if (::lseek(descriptor_, 0, SEEK_SET) == 0) {
+        done_ = false;
+        failed_ = false;
+    }
 }
 
 #endif

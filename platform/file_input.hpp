@@ -25,8 +25,9 @@ public:
     std::size_t read(char *buffer, std::size_t size) noexcept;
     // Whether a read error ended the input.
     bool failed() const noexcept { return failed_; }
-    // Back to the first byte, with the end and the error forgotten.
-    bool rewind() noexcept;
+    // Back to the first byte, with the end and the error forgotten. A file that cannot go back
+    // (a pipe) stays where it is, at its end, as a stream whose fseek failed does.
+    void rewind() noexcept;
 
 private:
 #if defined(_WIN32)
