@@ -19,7 +19,8 @@ namespace navo::platform {
 
 std::size_t write_at(std::FILE *file, long offset, std::span<const char> bytes) noexcept
 {
-    if (file == nullptr || offset < 0 || std::fflush(file) != 0)
+    // Bytes the stream still buffers go first, so that the positioned write lands after them.
+    if (std::fflush(file) != 0)
         return 0;
     std::size_t done = 0;
 #if defined(_WIN32)

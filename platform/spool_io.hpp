@@ -7,7 +7,7 @@
 
 namespace navo::platform {
 
-// Flushes `file`, then writes `bytes` at byte `offset` of its file with as few system calls as
+// Flushes `file` (an open stream), then writes `bytes` at byte `offset` (0 or more) of its file with as few system calls as
 // the system allows. Gives how many bytes reached the file before the first failure (all of them
 // on success), so a caller can tell which of its records a full disk refused. The stream's own
 // position is left unknown: the next stdio access to `file` must seek.
