@@ -155,16 +155,17 @@ private:
     int descriptor_;
 };
 
+#if defined(P_tmpdir)
+constexpr const char *system_temp_directory = P_tmpdir;
+#else
+constexpr const char *system_temp_directory = "/tmp";
+#endif
+
+// TMPDIR when it names something, else the system's directory.
 std::string_view temp_directory() noexcept
 {
     const char *directory = std::getenv("TMPDIR");
-#if defined(P_tmpdir)
-    if (directory == nullptr || directory[0] == '\0')
-        directory = P_tmpdir;
-#endif
-    if (directory == nullptr || directory[0] == '\0')
-        directory = "/tmp";
-    return directory;
+    return directory != nullptr && directory[0] != '\0' ? directory : system_temp_directory;
 }
 
 // Random bytes from the kernel, or false. No fallback: a name that could be guessed is no spool
