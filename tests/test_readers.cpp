@@ -459,6 +459,15 @@ TEST(TempFile, BufferAndDirectoryBoundaries)
     const std::string slashed = internals::createTemp(needed);
     EXPECT_EQ(path.size(), slashed.size()) << slashed;
     std::remove(slashed.c_str());
+    // A relative directory, however short, is taken as it stands.
+    const std::filesystem::path here = std::filesystem::current_path();
+    std::filesystem::current_path(tmp.path());
+    std::filesystem::create_directory("d");
+    setEnv("TMPDIR", "d");
+    const std::string relative = internals::createTemp(4096);
+    std::filesystem::current_path(here);
+    EXPECT_EQ("d", std::filesystem::path(relative).parent_path().generic_string());
+    std::filesystem::remove_all(tmp.path() + "/d");
     setEnv("TMPDIR", (tmp.path() + "/missing").c_str());
     bool emptied = false;
     EXPECT_EQ("", internals::createTemp(4096, &emptied));
