@@ -11,7 +11,6 @@
 #if defined(_WIN32)
 
 #include <windows.h>
-#include <aclapi.h>
 
 namespace navo::platform {
 namespace {
@@ -20,7 +19,7 @@ namespace {
 // full access for that user's SID, in a protected DACL, so that nothing is inherited from the
 // temporary directory. Gives false when the DACL could not be set; the caller keeps the file
 // then, with the ACL it inherited (docs/decisions.md, "Windows").
-bool restrict_to_owner(char *path) noexcept
+bool restrict_to_owner(const char *path) noexcept
 {
     union {
         TOKEN_USER user;
@@ -46,9 +45,15 @@ bool restrict_to_owner(char *path) noexcept
     if (!InitializeAcl(&dacl.acl, aclSize, ACL_REVISION) ||
         !AddAccessAllowedAce(&dacl.acl, ACL_REVISION, FILE_ALL_ACCESS, owner.user.User.Sid))
         return false;
-    return SetNamedSecurityInfoA(path, SE_FILE_OBJECT,
-                                 DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
-                                 nullptr, nullptr, &dacl.acl, nullptr) == ERROR_SUCCESS;
+    // The descriptor itself says the DACL is protected, and SetFileSecurityA hands it to the file
+    // system as it stands. SetNamedSecurityInfoA would first merge the directory's inheritable
+    // ACEs in wherever its flag PROTECTED_DACL_SECURITY_INFORMATION is not honoured: under Wine 8
+    // the file then stayed readable by every user of the machine.
+    SECURITY_DESCRIPTOR descriptor;
+    return InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION) &&
+           SetSecurityDescriptorDacl(&descriptor, TRUE, &dacl.acl, FALSE) &&
+           SetSecurityDescriptorControl(&descriptor, SE_DACL_PROTECTED, SE_DACL_PROTECTED) &&
+           SetFileSecurityA(path, DACL_SECURITY_INFORMATION, &descriptor);
 }
 
 }  // namespace
@@ -89,20 +94,15 @@ File open_temp_file(const char *path) noexcept
 
 bool recreate_temp_file(const char *path) noexcept
 {
-    char copy[temp_path_size];
     if (path == nullptr)
         return false;
-    const std::size_t length = std::strlen(path);
-    if (length >= sizeof copy)
-        return false;
-    std::memcpy(copy, path, length + 1);
     // CREATE_NEW: never an existing file, like O_EXCL.
     const HANDLE file =
-        CreateFileA(copy, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+        CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE)
         return false;
     CloseHandle(file);
-    (void)restrict_to_owner(copy);
+    (void)restrict_to_owner(path);
     return true;
 }
 

@@ -9,6 +9,11 @@
 #include <sstream>
 #include <sys/stat.h>
 
+#if defined(_WIN32)
+#include <windows.h>
+#include <aclapi.h>
+#endif
+
 namespace fs = std::filesystem;
 
 namespace navo_test {
@@ -101,11 +106,55 @@ int openDescriptors()
 #endif
 }
 
+#if defined(_WIN32)
+namespace {
+// A file's access list is owner-only when it lets in the user this process runs as and no one
+// else but the system itself: Windows keeps the library's one ACE as it is, Wine turns the list
+// into mode bits and reports them back with an ACE for SYSTEM beside the user's.
+bool onlyTheProcessUserIsLetIn(PACL dacl)
+{
+    union {
+        TOKEN_USER user;
+        unsigned char bytes[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+    } self;
+    HANDLE token = nullptr;
+    DWORD size = 0;
+    if (dacl == nullptr || !OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
+        return false;
+    const BOOL known = GetTokenInformation(token, TokenUser, &self, sizeof self, &size);
+    CloseHandle(token);
+    SID_IDENTIFIER_AUTHORITY ntAuthority = SECURITY_NT_AUTHORITY;
+    PSID system = nullptr;
+    if (!known || !AllocateAndInitializeSid(&ntAuthority, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0, 0, 0, &system))
+        return false;
+    bool user = false, others = false;
+    for (DWORD i = 0; i < dacl->AceCount; i++) {
+        void *ace = nullptr;
+        if (!GetAce(dacl, i, &ace) || static_cast<ACE_HEADER *>(ace)->AceType != ACCESS_ALLOWED_ACE_TYPE)
+            continue;
+        PSID sid = &static_cast<ACCESS_ALLOWED_ACE *>(ace)->SidStart;
+        if (EqualSid(sid, self.user.User.Sid))
+            user = true;
+        else if (!EqualSid(sid, system))
+            others = true;
+    }
+    FreeSid(system);
+    return user && !others;
+}
+}  // namespace
+#endif
+
 int permissions(const std::string &path)
 {
 #if defined(_WIN32)
-    (void)path;
-    return -1;
+    PACL dacl = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (GetNamedSecurityInfoA(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                              nullptr, &dacl, nullptr, &descriptor) != ERROR_SUCCESS)
+        return -2;
+    const bool ownerOnly = onlyTheProcessUserIsLetIn(dacl);
+    LocalFree(descriptor);
+    return ownerOnly ? 0600 : 0;
 #else
     struct stat info;
     return stat(path.c_str(), &info) == 0 ? static_cast<int>(info.st_mode & 0777) : -2;

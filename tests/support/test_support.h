@@ -38,7 +38,9 @@ void setEnv(const char *name, const char *value);  // null value: unset
 
 // Open file descriptors of the process (-1 where the system cannot tell).
 int openDescriptors();
-// Permission bits of a file (-1 where the system has no POSIX modes).
+// Permission bits of a file, -2 when they cannot be read. Windows has no mode bits: there a
+// file whose access list lets in the process's user and no other user counts as 0600, any
+// other as 0.
 int permissions(const std::string &path);
 
 // A context with `definition` loaded and tables of the given pool capacity (fails the test
