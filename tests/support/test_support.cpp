@@ -12,6 +12,8 @@
 #if defined(_WIN32)
 #include <windows.h>
 #include <aclapi.h>
+#include <io.h>
+#include <stdlib.h>
 #endif
 
 namespace fs = std::filesystem;
@@ -100,6 +102,17 @@ int openDescriptors()
     int count = 0;
     for ([[maybe_unused]] const fs::directory_entry &entry : fs::directory_iterator("/proc/self/fd"))
         count++;
+    return count;
+#elif defined(_WIN32)
+    // The C runtime's descriptors, which the spool's streams are: the process's handle count is
+    // no measure, since Wine always reports 0. A closed descriptor is an invalid parameter, which
+    // must not end the process here.
+    const _invalid_parameter_handler previous =
+        _set_invalid_parameter_handler([](const wchar_t *, const wchar_t *, const wchar_t *, unsigned, uintptr_t) {});
+    int count = 0;
+    for (int descriptor = 0; descriptor < 2048; descriptor++)  // the runtime's most
+        count += _get_osfhandle(descriptor) != -1;
+    _set_invalid_parameter_handler(previous);
     return count;
 #else
     return -1;
