@@ -34,8 +34,11 @@ stage "2. gcc -Werror, the suite under AddressSanitizer + UndefinedBehaviorSanit
 cmake -S . -B build/asan -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
   -DNAVO_WERROR=ON -DNAVO_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug >/dev/null
 cmake --build build/asan -j "$jobs"
+rm -rf build/asan/gtest-results
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  GTEST_OUTPUT="xml:$root/build/asan/gtest-results/" \
   with_heartbeat ctest --test-dir build/asan --output-on-failure -j "$jobs"
+python3 scripts/gtest-summary.py build/asan/gtest-results "on Linux (ASan+UBSan)"
 
 stage "3. install, then hosts against the installed library"
 prefix="$root/build/prefix"
