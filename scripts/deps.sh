@@ -31,6 +31,10 @@ if [ "${NAVO_NEED_WINE:-0}" = 1 ]; then
   [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
   command -v wine64 >/dev/null 2>&1 || command -v wine >/dev/null 2>&1 || [ -x /usr/lib/wine/wine64 ] || need+=(wine64)
 fi
+if [ "${NAVO_NEED_TESTS:-0}" = 1 ] || [ "${NAVO_NEED_ABI:-0}" = 1 ]; then
+  # scripts/check-abi.sh: abidw describes the ABI of libnavo.so, abidiff compares two descriptions.
+  { command -v abidw >/dev/null 2>&1 && command -v abidiff >/dev/null 2>&1; } || need+=(abigail-tools)
+fi
 if [ "${NAVO_NEED_TESTS:-0}" = 1 ] || [ "${NAVO_NEED_WINE:-0}" = 1 ]; then
   # scripts/gtest-summary.py: the cases each run of the suite ran, passed and skipped.
   command -v python3 >/dev/null 2>&1 || need+=(python3)
