@@ -12,6 +12,9 @@ need=()
 "$py" -c 'import pytest' 2>/dev/null || need+=(python3-pytest)
 "$py" -c 'import ensurepip, venv' 2>/dev/null || need+=(python3-venv)
 "$py" -c 'import setuptools' 2>/dev/null || need+=(python3-setuptools)
+# pip builds a wheel of the package before installing it: without wheel, setuptools knows no
+# bdist_wheel command and the install fails.
+"$py" -c 'import wheel' 2>/dev/null || need+=(python3-wheel)
 "$py" -c 'import mypy' 2>/dev/null || need+=(python3-mypy)
 if [ ${#need[@]} -gt 0 ]; then
   if [ "$(id -u)" = 0 ]; then
