@@ -1,4 +1,4 @@
-// core/allocator.cpp - the one allocator, with counters and failure injection for tests.
+// core/allocator.cpp - the one allocator; test builds (NAVO_TEST_HOOKS) add counters and failure injection.
 #include "core/allocator.hpp"
 
 #include <cstdlib>
@@ -6,13 +6,16 @@
 namespace navo::memory {
 namespace {
 
-// Module-wide, like all state outside the context: the library runs one job at a time.
+#if defined(NAVO_TEST_HOOKS)
+
+// Process-wide, for the tests' single-threaded sweeps.
 std::int64_t failCountdown;  // 0: no injection
 bool failSticky;
 std::int64_t allocationCount;
 std::int64_t liveBlocks;
 
-bool shouldFail() noexcept
+// Counts an attempt and tells whether injection refuses it.
+bool refused() noexcept
 {
     ++allocationCount;
     if (failCountdown == 0)
@@ -26,15 +29,32 @@ bool shouldFail() noexcept
     return true;
 }
 
+void count_blocks(std::int64_t change) noexcept
+{
+    liveBlocks += change;
+}
+
+#else
+
+// The shipped library: nothing refused, nothing counted, no shared state on the allocation path.
+constexpr bool refused() noexcept
+{
+    return false;
+}
+
+constexpr void count_blocks(std::int64_t) noexcept {}
+
+#endif
+
 }  // namespace
 
 void *allocate(std::size_t size) noexcept
 {
-    if (shouldFail())
+    if (refused())
         return nullptr;
     void *block = std::malloc(size == 0 ? 1 : size);
     if (block != nullptr)
-        ++liveBlocks;
+        count_blocks(1);
     return block;
 }
 
@@ -46,7 +66,7 @@ void *resize(void *block, std::size_t size) noexcept
         release(block);
         return nullptr;
     }
-    if (shouldFail())
+    if (refused())
         return nullptr;
     return std::realloc(block, size);
 }
@@ -55,7 +75,7 @@ void release(void *block) noexcept
 {
     if (block == nullptr)
         return;
-    --liveBlocks;
+    count_blocks(-1);
     std::free(block);
 }
 
@@ -66,6 +86,8 @@ char *duplicate(std::string_view text) noexcept
         std::memcpy(copy, text.data(), text.size());
     return copy;
 }
+
+#if defined(NAVO_TEST_HOOKS)
 
 void fail_after(std::int64_t n, bool sticky) noexcept
 {
@@ -89,6 +111,8 @@ void reset_counters() noexcept
     failCountdown = 0;
     failSticky = false;
 }
+
+#endif
 
 }  // namespace navo::memory
 

@@ -1,4 +1,4 @@
-// core/allocator.hpp - the one allocator of the library: every byte goes through it, tests can fail it.
+// core/allocator.hpp - the one allocator of the library: every byte goes through it, test builds can fail it.
 #pragma once
 
 #include <cstddef>
@@ -92,12 +92,15 @@ private:
     T *block_;
 };
 
-// Test hooks. `fail_after(n)` makes the n-th allocation from now fail (1 = the next one; 0
-// switches injection off); with `sticky` every allocation from the n-th on fails. The counters
-// see every allocation and resize the library makes.
+#if defined(NAVO_TEST_HOOKS)
+// Test hooks, in the library the tests link and nowhere else. `fail_after(n)` makes the n-th
+// allocation from now fail (1 = the next one; 0 switches injection off); with `sticky` every
+// allocation from the n-th on fails. The counters see every allocation and resize the library
+// makes; they are plain process-wide counts, read after the allocating threads are done.
 void fail_after(std::int64_t n, bool sticky = false) noexcept;
 std::int64_t allocations() noexcept;  // attempted since the last reset
 std::int64_t live_blocks() noexcept;  // held by the library or handed to hosts
 void reset_counters() noexcept;
+#endif
 
 }  // namespace navo::memory

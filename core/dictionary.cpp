@@ -8,12 +8,14 @@
 
 namespace navo::dictionary {
 
+#if defined(NAVO_TEST_HOOKS)
 std::atomic<std::uint64_t> lookupCount{0};
 
 std::uint64_t lookups() noexcept
 {
     return lookupCount.load(std::memory_order_relaxed);
 }
+#endif
 
 namespace {
 
@@ -264,7 +266,9 @@ NAVO_API int32_t NAVO_CALL dk_sdDestroy(dk_sdDictionary **pointer) noexcept
 
 NAVO_API int32_t NAVO_CALL dk_sdGetID(dk_sdDictionary *dictionary, const char *text, int32_t *out) noexcept
 {
+#if defined(NAVO_TEST_HOOKS)
     navo::dictionary::lookupCount.fetch_add(1, std::memory_order_relaxed);
+#endif
     if (!navo::dictionary::usable(dictionary))
         return 0;
     *out = navo::dictionary::find(*dictionary, text);

@@ -21,9 +21,12 @@ std::uint32_t bucket_index(const dk_sdDictionary *dictionary, const char *text) 
 // The ID of `text`, or -1 when the dictionary does not hold it.
 std::int32_t find(const dk_sdDictionary &dictionary, const char *text) noexcept;
 
+#if defined(NAVO_TEST_HOOKS)
 // Lookups by dk_sdGetID so far, in the whole process: the store's guesses exist to spare them,
-// and the tests count them to see that the guesses are taken (a relaxed count, for that only).
+// and the tests count them to see that the guesses are taken (a relaxed count, for that only;
+// test builds only).
 std::uint64_t lookups() noexcept;
+#endif
 
 // Copies `text` into `out` without its TABs, LFs and spaces, zero-filling the rest of `out`.
 // False when the kept bytes fill `out` entirely, leaving no room for the terminator, or when

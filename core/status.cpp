@@ -21,10 +21,10 @@ std::int32_t last_error() noexcept
     return lastError;
 }
 
-std::int32_t raise(std::int32_t code) noexcept
+void read_lines(std::int32_t &line, std::int32_t &lines) noexcept
 {
-    lastError = code;
-    return dk_OnNAVOError(code);
+    line = __atomic_load_n(&i_lNumerLinii, __ATOMIC_RELAXED);
+    lines = __atomic_load_n(&i_lLinii, __ATOMIC_RELAXED);
 }
 
 }  // namespace navo::status

@@ -58,8 +58,17 @@ static_assert([] {
 void set_last_error(std::int32_t code) noexcept;
 std::int32_t last_error() noexcept;
 
-// The loaders' failure step: sets the code, then calls dk_OnNAVOError with it and gives that
-// result (0 for every failure code, so the load ends).
-std::int32_t raise(std::int32_t code) noexcept;
+// The line counters i_lNumerLinii and i_lLinii, which a host may read on another thread while a
+// load runs (a progress display): the loaders write them with relaxed atomic stores, read_lines
+// reads both with relaxed atomic loads. Each value is whole; the two are not read as one.
+inline void set_line(std::int32_t line) noexcept
+{
+    __atomic_store_n(&i_lNumerLinii, line, __ATOMIC_RELAXED);
+}
+inline void set_lines(std::int32_t lines) noexcept
+{
+    __atomic_store_n(&i_lLinii, lines, __ATOMIC_RELAXED);
+}
+void read_lines(std::int32_t &line, std::int32_t &lines) noexcept;
 
 }  // namespace navo::status

@@ -205,10 +205,13 @@ Outcome read_forms(LineReader &reader, dk_dfDefinition &definition, dk_sdDiction
     return Outcome::read;
 }
 
-// The blocks, from the current line (its first byte, the '<', is skipped) to the end of the text.
-Outcome read_blocks(LineReader &reader, dk_dfDefinition &definition, dk_sdDictionary &dictionary) noexcept
+// The blocks, from the current line (its first byte, the '<', is skipped) to the end of the text;
+// each block's name and each field's type column go to `details` as they are read.
+Outcome read_blocks(LineReader &reader, dk_dfDefinition &definition, dk_sdDictionary &dictionary,
+                    const TextDetails *details) noexcept
 {
     Name name;
+    Name type;
     for (;;) {
         Tokens header(reader.line().substr(1));
         const std::optional<std::string_view> blockName = header.next(",");
@@ -220,6 +223,9 @@ Outcome read_blocks(LineReader &reader, dk_dfDefinition &definition, dk_sdDictio
             return Outcome::remove;
         block->name = memory::duplicate(*blockName);
         if (block->name == nullptr || !dictionary::trim_all(*tag, name))
+            return Outcome::remove;
+        const std::int32_t blockIndex = definition.blockCount - 1;
+        if (details != nullptr && details->block != nullptr && !details->block(details->user, blockIndex, *blockName))
             return Outcome::remove;
         if (!dk_sdGetSafeID(&dictionary, name.data(), &block->tagId))
             return Outcome::intern_failed;
@@ -245,6 +251,13 @@ Outcome read_blocks(LineReader &reader, dk_dfDefinition &definition, dk_sdDictio
             field->width = number(*width);
             if (field->width <= 0 || field->width > max_width)
                 return Outcome::remove;
+            if (details != nullptr && details->field != nullptr) {
+                // The third column, when the line has one; the records keep nothing of it.
+                const std::optional<std::string_view> typeColumn = tokens.next(",");
+                if (!dictionary::trim_all(typeColumn.value_or(std::string_view{}), type) ||
+                    !details->field(details->user, blockIndex, block->fieldCount - 1, std::string_view{type.data()}))
+                    return Outcome::remove;
+            }
         }
         if (reader.malformed())
             return Outcome::remove;
@@ -334,7 +347,10 @@ private:
     bool kept_ = false;
 };
 
-bool load(dk_dfDefinitionList &list, dk_sdDictionary &dictionary, std::string_view text) noexcept
+}  // namespace
+
+bool load_definition(dk_dfDefinitionList &list, dk_sdDictionary &dictionary, std::string_view text,
+                     const TextDetails *details) noexcept
 {
     LineReader reader(text);
     if (!reader.advance())
@@ -363,7 +379,7 @@ bool load(dk_dfDefinitionList &list, dk_sdDictionary &dictionary, std::string_vi
         return false;
     Outcome outcome = read_forms(reader, *definition, dictionary);
     if (outcome == Outcome::read)
-        outcome = read_blocks(reader, *definition, dictionary);
+        outcome = read_blocks(reader, *definition, dictionary, details);
     // A name that could not be interned leaves the half-built definition in the list, where
     // dk_dfDestroyDefinition takes it back; every other failure removes it at once.
     if (outcome == Outcome::intern_failed) {
@@ -375,8 +391,6 @@ bool load(dk_dfDefinitionList &list, dk_sdDictionary &dictionary, std::string_vi
     pending.keep();
     return true;
 }
-
-}  // namespace
 
 }  // namespace navo::definitions
 
@@ -433,7 +447,7 @@ NAVO_API int32_t NAVO_CALL dk_dfLoadDefinition(dk_dfDefinitionList *list, dk_sdD
     if (list == nullptr || dictionary == nullptr || text == nullptr)
         return 0;
     navo::layout_changed();
-    return navo::definitions::load(*list, *dictionary, text) ? 1 : 0;
+    return navo::definitions::load_definition(*list, *dictionary, text, nullptr) ? 1 : 0;
 }
 
 }  // extern "C"

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "navo.h"
 
@@ -13,6 +14,21 @@ inline constexpr std::int32_t repeating = -1;
 // Bounds this build puts on what the grammar leaves open (docs/decisions.md).
 inline constexpr std::int32_t max_width = 65535;
 inline constexpr std::int32_t max_record_length = 1 << 24;
+
+// What the records of a loaded definition leave out, reported while the loader reads the text:
+// each block's name (block i of the definition, in text order) and each field's type name, the
+// third column of its line (trimmed as names are, i.e. dictionary::trim_all; empty when the line
+// has no third column). A callback that gives false fails the load as a failed allocation does.
+struct TextDetails {
+    void *user = nullptr;
+    bool (*block)(void *user, std::int32_t block, std::string_view name) noexcept = nullptr;
+    bool (*field)(void *user, std::int32_t block, std::int32_t field, std::string_view type) noexcept = nullptr;
+};
+
+// dk_dfLoadDefinition with the details reported (details may be null: exactly dk_dfLoadDefinition).
+// The records are the same either way; block names are released after linking.
+bool load_definition(dk_dfDefinitionList &list, dk_sdDictionary &dictionary, std::string_view text,
+                     const TextDetails *details) noexcept;
 
 // Entries of a position map (the count is stored in front of its first entry).
 inline std::int32_t map_entries(const std::int32_t *map) noexcept

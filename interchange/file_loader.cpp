@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <limits>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -57,31 +58,40 @@ bool load_definition_and_tables(dk_Context &ctx, const char *text) noexcept
 }
 
 // One load: the buffered view of its input (the caller owns and closes the file), its line
-// buffer and the element text that every element of the load reuses.
+// buffer, the element text that every element of the load reuses, and the place of a fault.
 class FileLoad {
 public:
-    FileLoad(dk_Context &ctx, platform::FileInput &source) noexcept : ctx_(ctx), input_(source) {}
+    FileLoad(dk_Context &ctx, platform::FileInput &source, const LoadHooks &hooks) noexcept
+        : ctx_(ctx), input_(source), trace_(hooks, input_), place_(trace_.place)
+    {
+    }
     FileLoad(const FileLoad &) = delete;
     FileLoad &operator=(const FileLoad &) = delete;
 
     std::int32_t run() noexcept;
 
 private:
+    // A fault outside the sections: final.
     std::int32_t fail(std::int32_t code) noexcept
     {
-        raise_error(code);
+        trace_.raise(code);
+        trace_.report(code);
         return 0;
     }
     std::string_view line() const noexcept { return text_of(line_); }
     bool read_count(std::int32_t count) noexcept { return interchange::read_count(input_, line_, count); }
     bool skip_through_greater(std::span<char> kept) noexcept;
+    std::int32_t prolog_and_header() noexcept;
     std::int32_t sections() noexcept;
     std::int32_t footer() noexcept;
 
     dk_Context &ctx_;
     BulkInput input_;
+    LoadTrace trace_;
+    FaultPlace &place_;
     std::array<char, read_buffer_size> line_{};
     TextBuffer text_;
+    std::int32_t firstFault_ = navo::status::none;  // of a load that goes on past faulty sections
 };
 
 // Drops single characters through the next '>'. The dropped characters are kept behind the
@@ -105,12 +115,16 @@ std::int32_t FileLoad::footer() noexcept
 {
     dk_FileFooter &footer = ctx_.footer;
     for (;;) {
+        place_.block[0] = '\0';
+        place_.record = -1;
         if (!read_tag(input_, line_))
             return fail(navo::status::unexpected_tag);
         if (line() == tag::file_footer_close)
             return 1;
         if (line() != tag::error_open)
             return fail(navo::status::unexpected_tag);
+        std::copy_n("BLAD", 5, place_.block);
+        place_.record = footer.noteCount;
         if (!read_element(input_, text_, std::nullopt))
             return fail(navo::status::read_failed);
         dk_ErrorNote *note = memory::append_zeroed(footer.notes, footer.noteCount);
@@ -120,21 +134,33 @@ std::int32_t FileLoad::footer() noexcept
     }
 }
 
-// Sections until the file footer.
+// Sections until the file footer. A section that fails ends the load, or with keepGoing is
+// reported and passed: the scan goes on from where its reading stopped.
 std::int32_t FileLoad::sections() noexcept
 {
+    std::int32_t number = 0;
     for (;;) {
+        // A file that ends before its footer fails here.
+        place_.area = Area::footer;
         if (!next_section(input_, line_))
             return fail(navo::status::unexpected_tag);
         if (line().find(tag::section_suffix) != std::string_view::npos) {
-            const SectionResult result = load_document(ctx_, input_, text_, line());
-            if (result == SectionResult::delivered)
+            const SectionResult result = load_document(ctx_, input_, text_, line(), ++number, trace_);
+            if (result == SectionResult::delivered) {
+                place_ = FaultPlace{};
                 continue;
+            }
             if (result == SectionResult::stopped) {
                 raise_error(navo::status::cancelled);
                 return 2;
             }
-            return fail(navo::status::bad_document);
+            trace_.raise(navo::status::bad_document);
+            trace_.report(navo::status::bad_document);
+            if (!trace_.hooks.keepGoing)
+                return 0;
+            if (firstFault_ == navo::status::none)
+                firstFault_ = navo::status::bad_document;
+            continue;
         }
         if (line() != tag::file_footer_open)
             return fail(navo::status::unexpected_tag);
@@ -142,15 +168,11 @@ std::int32_t FileLoad::sections() noexcept
     }
 }
 
-std::int32_t FileLoad::run() noexcept
+// The prolog, the definition it chooses, "<NAVO>" and the file header.
+std::int32_t FileLoad::prolog_and_header() noexcept
 {
-    // The line count: one more than the lines fgets finds, as hosts have always been told,
-    // counted over the buffer in runs between LFs (interchange/scanner).
-    i_lLinii = input_.count_lines();
-
-    empty_context(ctx_);
-
     // The first two prolog lines by fixed lengths.
+    place_.area = Area::prolog;
     dk_FileProlog &prolog = ctx_.prolog;
     if (!read_count(prolog::read_doctype))
         return fail(navo::status::read_failed);
@@ -175,6 +197,7 @@ std::int32_t FileLoad::run() noexcept
     std::copy_n(line_.data(), prolog::read_encoding, prolog.encodingLine);
     if (prolog.encodingLine[prolog::read_encoding - 1] != '>' && !skip_through_greater(prolog.encodingLine))
         return fail(navo::status::read_failed);
+    place_.area = Area::file_header;
     if (!read_count(static_cast<std::int32_t>(tag::navo_open.size())))
         return fail(navo::status::read_failed);
     if (line() != tag::navo_open)
@@ -183,16 +206,67 @@ std::int32_t FileLoad::run() noexcept
     // The file header of exactly its length.
     if (!read_tag(input_, line_) || line() != tag::file_header_open)
         return fail(navo::status::unexpected_tag);
-    if (!read_element(input_, text_, std::nullopt) ||
-        std::strlen(text_.c_str()) != static_cast<std::size_t>(file_header_length))
+    if (!read_element(input_, text_, std::nullopt))
         return fail(navo::status::read_failed);
+    if (const std::size_t length = std::strlen(text_.c_str()); length != static_cast<std::size_t>(file_header_length)) {
+        place_.expected = file_header_length;
+        place_.found = static_cast<std::int32_t>(std::min<std::size_t>(length, std::numeric_limits<std::int32_t>::max()));
+        place_wrong_line(place_, text_, file_header_lines);
+        return fail(navo::status::read_failed);
+    }
     ctx_.header = dk_FileHeader{};
     cut_lines(ctx_.header, file_header_lines, text_.c_str());
+    if (trace_.hooks.header != nullptr)
+        trace_.hooks.header(trace_.hooks.user, ctx_);
+    return 1;
+}
 
-    return sections();
+std::int32_t FileLoad::run() noexcept
+{
+    // The line count: one more than the lines fgets finds, as hosts have always been told,
+    // counted over the buffer in runs between LFs (interchange/scanner).
+    navo::status::set_lines(input_.count_lines());
+
+    empty_context(ctx_);
+
+    std::int32_t result = prolog_and_header();
+    if (result == 1)
+        result = sections();
+    // A load that went on past a faulty section ends as that fault.
+    if (firstFault_ != navo::status::none && result != 2) {
+        navo::status::set_last_error(firstFault_);
+        return 0;
+    }
+    return result;
+}
+
+// The exported callback, as the `document` hook of dk_LoadNAVO.
+std::int32_t deliver_to_host(void *, dk_Context &ctx, const char *form, std::int32_t docIndex, std::int32_t) noexcept
+{
+    return dk_OnNAVODocument(&ctx, form, docIndex);
 }
 
 }  // namespace
+
+std::int32_t load_file(dk_Context &ctx, const char *path, const LoadHooks &hooks) noexcept
+{
+    navo::status::set_last_error(navo::status::none);
+    navo::status::set_line(1);
+    platform::FileInput source;
+    if (path == nullptr || !source.open(path)) {
+        navo::status::set_last_error(navo::status::open_failed);
+        // Nothing was read: the fault has no place in the file.
+        if (hooks.fault != nullptr) {
+            FaultPlace place;
+            place.code = place.cause = navo::status::open_failed;
+            place.line = 1;
+            hooks.fault(hooks.user, place);
+        }
+        return 0;
+    }
+    FileLoad load(ctx, source, hooks);
+    return load.run();
+}
 
 }  // namespace navo::interchange
 
@@ -202,15 +276,9 @@ NAVO_API int32_t NAVO_CALL dk_LoadNAVO(dk_Context *ctx, const char *path) noexce
 {
     if (ctx == nullptr || path == nullptr)
         return 0;
-    navo::status::set_last_error(navo::status::none);
-    i_lNumerLinii = 1;
-    navo::platform::FileInput source;
-    if (!source.open(path)) {
-        navo::status::set_last_error(navo::status::open_failed);
-        return 0;
-    }
-    navo::interchange::FileLoad load(*ctx, source);
-    return load.run();
+    navo::interchange::LoadHooks hooks;
+    hooks.document = navo::interchange::deliver_to_host;
+    return navo::interchange::load_file(*ctx, path, hooks);
 }
 
 }  // extern "C"

@@ -17,6 +17,7 @@
 #endif
 
 #include "core/allocator.hpp"
+#include "core/status.hpp"
 #include "interchange/format.hpp"
 
 namespace navo::interchange {
@@ -32,13 +33,15 @@ constexpr char ctrl_z = 0x1A;
 // Characters fgets(line, read_buffer_size, stream) takes at most per call.
 constexpr std::size_t fgets_piece = read_buffer_size - 1;
 
-// Raises the line counter by `lines`, stopping at its maximum as one step per LF does.
+// Raises the line counter by `lines`, stopping at its maximum as one step per LF does. Only the
+// loading thread writes the counter, so its own plain read is the value it last stored.
 void count_lines_read(std::size_t lines) noexcept
 {
     constexpr std::int32_t most = std::numeric_limits<std::int32_t>::max();
-    const std::int64_t raised = std::int64_t{i_lNumerLinii} + static_cast<std::int64_t>(std::min<std::size_t>(lines, most));
-    if (i_lNumerLinii < most)
-        i_lNumerLinii = static_cast<std::int32_t>(std::min<std::int64_t>(raised, most));
+    const std::int32_t line = i_lNumerLinii;
+    const std::int64_t raised = std::int64_t{line} + static_cast<std::int64_t>(std::min<std::size_t>(lines, most));
+    if (line < most)
+        status::set_line(static_cast<std::int32_t>(std::min<std::int64_t>(raised, most)));
 }
 
 // The next byte that is neither TAB nor LF, as 0 to 255, or end_of_input. Every LF taken raises
@@ -48,8 +51,7 @@ int next_byte(std::FILE *stream) noexcept
     for (;;) {
         const int c = navo::platform::get_byte(stream);
         if (c == '\n') {
-            if (i_lNumerLinii < std::numeric_limits<std::int32_t>::max())
-                i_lNumerLinii++;
+            count_lines_read(1);
             continue;
         }
         if (c == '\t')
@@ -298,20 +300,30 @@ inline __m128i load_block(const char *p) noexcept
 }
 #endif
 
+// An LF dropped from an element's text: counted, and where it stood kept. The slots are taken in
+// turn, round again past the last: a text of more LFs than slots (TextBuffer::lineFeeds tells)
+// has its lines unknown, and its LFs cost no test here.
+static_assert(std::has_single_bit(TextBuffer::max_breaks));
+inline void take_line_feed(TextBuffer &text, std::size_t length, std::size_t &lines) noexcept
+{
+    text.breaks[lines & (TextBuffer::max_breaks - 1)] = length;
+    lines++;
+}
+
 // A TAB, LF or CR of an element's text at `p`, taken: a TAB goes, an LF goes and is counted, a CR
 // with an LF behind it goes with that LF (p[1] is at worst the '<' or the run's NUL), another CR
 // stays.
-inline void take_special(const char *&p, char *out, std::size_t &length, std::size_t &lines) noexcept
+inline void take_special(const char *&p, TextBuffer &text, std::size_t &length, std::size_t &lines) noexcept
 {
     if (*p == '\r') {
         if (p[1] == '\n') {
-            lines++;
+            take_line_feed(text, length, lines);
             p += 2;
             return;
         }
-        out[length++] = '\r';
+        text.data[length++] = '\r';
     } else if (*p == '\n') {
-        lines++;
+        take_line_feed(text, length, lines);
     }
     p++;
 }
@@ -323,12 +335,40 @@ TextBuffer::~TextBuffer()
     memory::release(data);
 }
 
+std::int32_t text_lines(const TextBuffer &text, std::span<std::int32_t> lengths) noexcept
+{
+    if (text.lineFeeds > TextBuffer::max_breaks)
+        return -1;
+    // Where each piece ends: at each LF, then at the text's end. A NUL in the text ends it early,
+    // as it ends the length the loader tests, and cuts what lies behind it.
+    const std::size_t total = std::strlen(text.c_str());
+    std::array<std::size_t, TextBuffer::max_breaks + 1> ends{};
+    for (std::size_t i = 0; i < text.lineFeeds; i++)
+        ends[i] = std::min(text.breaks[i], total);
+    ends[text.lineFeeds] = total;
+    const auto piece = [&ends](std::size_t i) { return ends[i] - (i == 0 ? 0 : ends[i - 1]); };
+    std::size_t first = 0;
+    std::size_t last = text.lineFeeds + 1;
+    while (first < last && piece(first) == 0)
+        first++;
+    while (last > first && piece(last - 1) == 0)
+        last--;
+    if (last - first > lengths.size())
+        return -1;
+    constexpr std::size_t most = std::numeric_limits<std::int32_t>::max();
+    for (std::size_t i = first; i < last; i++)
+        lengths[i - first] = static_cast<std::int32_t>(std::min(piece(i), most));
+    return static_cast<std::int32_t>(last - first);
+}
+
 // The input ends at the first short run, as getc's would: at the end of the file or at an error,
 // after which the file gives nothing more until it is rewound; it also ends before a 0x1A.
 bool BulkInput::refill() noexcept
 {
     if (ended_)
         return false;
+    // The run taken so far lies behind; a CR held back from it is the new run's first byte.
+    runStart_ += static_cast<std::int64_t>(end_);
     std::size_t have = 0;
     if (heldCarriageReturn_) {
         buffer_[0] = '\r';
@@ -380,11 +420,14 @@ bool BulkInput::take_text(TextBuffer &text) noexcept
 {
     std::size_t length = 0;
     std::size_t lines = 0;
-    if (!reserve(text, 1))
+    if (!reserve(text, 1)) {
+        text.lineFeeds = 0;
         return false;
+    }
     for (;;) {
         if (position_ == end_ && !refill()) {
             count_lines_read(lines);
+            text.lineFeeds = lines;
             return false;
         }
         const char *from = buffer_.data() + position_;
@@ -403,6 +446,7 @@ bool BulkInput::take_text(TextBuffer &text) noexcept
             }
             position_ = static_cast<std::size_t>(p - buffer_.data());
             count_lines_read(lines);
+            text.lineFeeds = lines;
             return false;
         }
         char *out = text.data;
@@ -422,12 +466,12 @@ bool BulkInput::take_text(TextBuffer &text) noexcept
             const auto plain = static_cast<std::size_t>(std::countr_zero(special));
             length += plain;
             p += plain;
-            take_special(p, out, length, lines);
+            take_special(p, text, length, lines);
         }
 #endif
         while (p < stop) {
             if (*p == '\t' || *p == '\n' || *p == '\r')
-                take_special(p, out, length, lines);
+                take_special(p, text, length, lines);
             else
                 out[length++] = *p++;
         }
@@ -436,6 +480,7 @@ bool BulkInput::take_text(TextBuffer &text) noexcept
             text.data[length] = '\0';
             position_++;  // the '<'
             count_lines_read(lines);
+            text.lineFeeds = lines;
             return true;
         }
     }
@@ -543,6 +588,7 @@ std::int32_t BulkInput::count_lines() noexcept
     if (piece > 0 && !source_.failed())
         lines++;
     source_.rewind();
+    runStart_ = 0;
     position_ = 0;
     end_ = 0;
     ended_ = false;

@@ -39,6 +39,8 @@ bool read_element(std::FILE *stream, char *&text, std::optional<std::string_view
 bool next_section(std::FILE *stream, std::span<char> out) noexcept;
 
 // The text of the loader's elements: one growing buffer for a whole load, released by its owner.
+// Each read also keeps where the text's dropped LFs stood, so that a text of the wrong length can
+// be told by its lines (the file's layout puts one field or header line on each).
 struct TextBuffer {
     TextBuffer() noexcept = default;
     TextBuffer(const TextBuffer &) = delete;
@@ -46,14 +48,26 @@ struct TextBuffer {
     ~TextBuffer();
     const char *c_str() const noexcept { return data != nullptr ? data : ""; }
 
+    // The LFs of one element kept at most; the lines of an element with more are not told apart.
+    static constexpr std::size_t max_breaks = 128;
+
     char *data = nullptr;
     std::size_t capacity = 0;
+    // LFs dropped from the last text read, and the text's length at each of the first max_breaks.
+    std::size_t lineFeeds = 0;
+    std::array<std::size_t, max_breaks> breaks{};
 };
+
+// The lines of the last text read: the lengths of its pieces between the LFs it had, empty pieces
+// at either end dropped, into `lengths`; their count, or -1 when the text had more LFs than
+// TextBuffer keeps or more lines than `lengths` holds.
+std::int32_t text_lines(const TextBuffer &text, std::span<std::int32_t> lengths) noexcept;
 
 // The loader's own view of its file, which no host ever sees: the raw bytes come in runs of the
 // buffer's size, and the scanner applies the text-mode rules on the buffer itself (a CR right
 // before an LF is no character, a 0x1A ends the input). Every reader below gives what its FILE*
-// twin gives on a text stream of the same file (platform/text_stream), with the same line counts.
+// twin gives on a text-mode stream of the same file (the Windows C runtime's "rt"), with the same
+// line counts.
 class BulkInput {
 public:
     explicit BulkInput(platform::FileInput &source) noexcept : source_(source) {}
@@ -74,11 +88,14 @@ public:
     // What the do-while over fgets(line, 200, stream) of the loader's line count gives on a text
     // stream: one more than the calls that return a line. Reads the whole file and rewinds it.
     std::int32_t count_lines() noexcept;
+    // Bytes of the file the readers have taken so far, each CR included.
+    std::int64_t offset() const noexcept { return runStart_ + static_cast<std::int64_t>(position_); }
 
 private:
     bool refill() noexcept;
 
     platform::FileInput &source_;
+    std::int64_t runStart_ = 0;  // where the buffer's run begins in the file
     std::size_t position_ = 0;
     std::size_t end_ = 0;
     // Nothing more comes from the file: its end, a read error or a 0x1A.

@@ -65,11 +65,13 @@ public:
         buffer_[used_++] = '\n';
         return true;
     }
-    // Hands the buffered text to the file; false when the file took less.
+    // Hands the buffered text to the file; false when the file took less, or when its error flag
+    // is set (some streams report a refusal only there: glibc's fwrite on a cookie stream gives
+    // the full count).
     bool flush() noexcept
     {
         const std::size_t used = std::exchange(used_, 0);
-        return used == 0 || std::fwrite(buffer_.data(), 1, used, stream_) == used;
+        return used == 0 || (std::fwrite(buffer_.data(), 1, used, stream_) == used && std::ferror(stream_) == 0);
     }
 
 private:
@@ -366,7 +368,48 @@ bool write_all_documents(dk_Context &ctx, Sink &out, std::int32_t envelope) noex
     return true;
 }
 
+// The whole file, or with `envelope` 0 the bodies alone: what dk_SaveNAVO writes.
+bool write_whole(dk_Context &ctx, Sink &out, std::int32_t envelope) noexcept
+{
+    return (envelope == 0 || (write_prolog(ctx, out) && write_header(ctx, out))) &&
+           write_all_documents(ctx, out, envelope) && (envelope == 0 || write_footer(ctx, out));
+}
+
+// One step to a host's binary stream through a buffer of the writer's own, handed to the stream
+// before the step returns: what was written before a failure reaches the stream too, as with
+// dk_SaveNAVO's file.
+template <class Step>
+bool write_through_buffer(std::FILE *file, const Step &step) noexcept
+{
+    if (file == nullptr)
+        return false;
+    std::array<char, save_buffer_size> buffer;
+    Sink out(file, buffer);
+    const bool written = step(out);
+    return out.flush() && written;
+}
+
 }  // namespace
+
+bool write_head(dk_Context &ctx, std::FILE *file) noexcept
+{
+    return write_through_buffer(file, [&](Sink &out) { return write_prolog(ctx, out) && write_header(ctx, out); });
+}
+
+bool write_document(dk_Context &ctx, const char *form, std::int32_t docIndex, std::FILE *file) noexcept
+{
+    return write_through_buffer(file, [&](Sink &out) { return save_document(&ctx, form, docIndex, out, 1); });
+}
+
+bool write_tail(dk_Context &ctx, std::FILE *file) noexcept
+{
+    return write_through_buffer(file, [&](Sink &out) { return write_footer(ctx, out); });
+}
+
+bool write_file(dk_Context &ctx, std::FILE *file) noexcept
+{
+    return write_through_buffer(file, [&](Sink &out) { return write_whole(ctx, out, 1); });
+}
 
 }  // namespace navo::interchange
 
@@ -438,8 +481,7 @@ NAVO_API int32_t NAVO_CALL dk_SaveNAVO(dk_Context *ctx, const char *path, int32_
     std::setvbuf(file.get(), nullptr, _IONBF, 0);
     std::array<char, save_buffer_size> buffer;
     Sink out(file.get(), buffer);
-    const bool ok = (envelope == 0 || (write_prolog(*ctx, out) && write_header(*ctx, out))) &&
-                    write_all_documents(*ctx, out, envelope) && (envelope == 0 || write_footer(*ctx, out));
+    const bool ok = write_whole(*ctx, out, envelope);
     // The last buffered text goes to the file at the close, whose result is not examined.
     static_cast<void>(out.flush());
     return ok ? 1 : 0;

@@ -6,6 +6,7 @@
 #include <limits>
 #include <span>
 
+#include "core/status.hpp"
 #include "platform/spool_io.hpp"
 #include "store/block_spool.hpp"
 
@@ -138,7 +139,7 @@ bool RecordAppender::write_pending() noexcept
     // the first byte refused lies in record `refused`, so the add that first wrote that record
     // failed (at least the batch's first add: its first record stood on the file already).
     const std::size_t refused = std::max<std::size_t>(written / length_, 1);
-    i_lNumerLinii = lines_[std::min(refused, batch) - 1];
+    navo::status::set_line(lines_[std::min(refused, batch) - 1]);
     return false;
 }
 

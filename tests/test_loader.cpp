@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "interchange/document_loader.hpp"
+#include "interchange/file_loader.hpp"
 #include "navo_builder.h"
 #include "test_support.h"
 
@@ -65,6 +66,51 @@ std::string replaced(std::string text, const std::string &from, const std::strin
     return text;
 }
 
+// A fault place in short: code/cause area [section form] [block@position/previous] [r record]
+// [expected/found] [f field:expected/found], each part only where the place has it.
+std::string describe(const navo::interchange::FaultPlace &p)
+{
+    static const char *const areas[] = {"none", "prolog", "file_header", "section", "document_header", "body", "notes", "footer"};
+    std::string text = std::to_string(p.code) + "/" + std::to_string(p.cause) + " " + areas[static_cast<int>(p.area)];
+    if (p.document != 0)
+        text += " " + std::to_string(p.document) + " " + p.form;
+    if (p.block[0] != '\0' || p.blockPosition != -1 || p.previousPosition != -1)
+        text += " " + std::string(p.block) + "@" + std::to_string(p.blockPosition) + "/" + std::to_string(p.previousPosition);
+    if (p.record != -1)
+        text += " r" + std::to_string(p.record);
+    if (p.expected != -1 || p.found != -1)
+        text += " " + std::to_string(p.expected) + "/" + std::to_string(p.found);
+    if (p.field != -1)
+        text += " f" + std::to_string(p.field) + ":" + std::to_string(p.fieldExpected) + "/" + std::to_string(p.fieldFound);
+    return text;
+}
+
+// A load through load_file, with what its hooks saw.
+struct Hooked {
+    std::vector<navo::interchange::FaultPlace> faults;
+    std::vector<std::string> records;    // "document form docIndex block record: text"
+    std::vector<std::string> documents;  // "number form docIndex"
+    int32_t load(dk_Context *ctx, const std::string &path, bool keepGoing = false)
+    {
+        navo::interchange::LoadHooks hooks;
+        hooks.user = this;
+        hooks.keepGoing = keepGoing;
+        hooks.fault = [](void *user, const navo::interchange::FaultPlace &fault) noexcept {
+            static_cast<Hooked *>(user)->faults.push_back(fault);
+        };
+        hooks.record = [](void *user, dk_Context &, const navo::interchange::RecordSeen &seen) noexcept {
+            static_cast<Hooked *>(user)->records.push_back(std::to_string(seen.document) + " " + seen.form + " " +
+                                                          std::to_string(seen.docIndex) + " " + std::to_string(seen.block) +
+                                                          " " + std::to_string(seen.record) + ": " + std::string(seen.text));
+        };
+        hooks.document = [](void *user, dk_Context &, const char *form, int32_t docIndex, int32_t number) noexcept {
+            static_cast<Hooked *>(user)->documents.push_back(std::to_string(number) + " " + form + " " + std::to_string(docIndex));
+            return 0;
+        };
+        return navo::interchange::load_file(*ctx, path.c_str(), hooks);
+    }
+};
+
 class Load : public ::testing::Test {
 protected:
     void SetUp() override
@@ -109,61 +155,149 @@ protected:
 
 }  // namespace
 
-// A good file changed in one place: the load's result, the code and the line reading stopped on.
-// A fault inside a section reaches the host as code 5; the failed document is gone.
-TEST_F(Load, FaultsGiveTheirCodeAndLine)
+// A good file changed in one place: the load's result, the code and the line reading stopped on,
+// and the place load_file reports for it (describe: code/cause area [section form]
+// [block@position/previous] [r record] [expected/found] [f field:expected/found]). A fault inside
+// a section reaches the host as code 5; the failed document is gone. Where `after` is given, the
+// fault's offset is the end of its first occurrence, in the LF and the CR LF file.
+TEST_F(Load, FaultsGiveTheirCodeLineAndPlace)
 {
     const std::string good = file(sectionText(layouts13(), "TOBZWPA", 0, {}));
     const std::string rca = file(section("TOBRCA", body("TOBRCA", {"DORCA"})));
+    const std::string rca3 = file(sectionText(layouts13(), "TOBRCA", 0, {1, 1, 3, 1}));
     const int32_t dorca = static_cast<int32_t>(layouts13().form("TOBRCA")[0].recordLength);
     const std::string tail = replaced(good, "'001.300' >", "'001.300' tail");
+    const std::string notes = file(section("TOBRCA", body("TOBRCA", {}), "<BLAD>\n" + fixed("E", 40) + "\n</BLAD>\n<BLAD>\nabc"));
+    std::string lines300;
+    for (int i = 0; i < 300; i++)
+        lines300 += "x\n";
     const struct {
         const char *label;
         std::string text;
         int32_t code, line;  // line -1: not checked
+        std::string place;
+        const char *after = nullptr;
     } rows[] = {
-        {"empty file", "", 3, 1},
-        {"48 characters", "hello\tworld\n" + std::string(38, 'z'), 3, -1},
-        {"no document type", std::string(60, 'z') + "\n", 1, 1},
-        {"not NAVO", replaced(good, "<!DOCTYPE NAVO PUBLIC", "<!DOCTYPE NAVO PUBLIX"), 1, 1},
-        {"file ends in the version line", tail.substr(0, tail.find("tail") + 4), 3, -1},
-        {"no <NAVO>", replaced(good, "<NAVO>", "<NAVX>"), 4, 4},
-        {"space before <NAVO>", replaced(good, "<NAVO>", " <NAVO>"), 4, -1},
-        {"CR before <NAVO>", replaced(good, "<NAVO>", "\r<NAVO>"), 4, -1},
-        {"no file header tag", replaced(good, "<naglowek.NAVO>", "<naglowek.NAVX>"), 4, 5},
-        {"file header one short", replaced(good, "H1 ", "H1"), 3, -1},
-        {"file header one long", replaced(good, "H1 ", "H1  "), 3, -1},
-        {"document header tag", replaced(good, "<naglowek.DP>", "<naglowek.DX>"), 5, 13},
-        {"document header one short", replaced(good, "D1/0 ", "D1/0"), 5, -1},
-        {"closing tag of another block", replaced(good, "<DOZWPA>", "<DIPL>"), 5, 36},
-        {"section closing tag", replaced(good, "</TOBZWPA.DP>", "</TOBZWPX.DP>"), 5, 61},
-        {"section closing tag in other case", replaced(good, "</TOBZWPA.DP>", "</tobzwpa.DP>"), 5, -1},
-        {"file footer tag", replaced(good, "</stopka.NAVO>", "</stopka.NAVX>"), 4, 63},
-        {"footer tag misspelt", replaced(good, "<stopka.NAVO>", "<stopkaX.NAVO>"), 4, -1},
-        {"file ends after the sections", good.substr(0, good.find("<stopka.NAVO>")), 4, -1},
-        {"OCR note in the file footer", file("", "<OCR.a>\nx\n</OCR.a>\n"), 4, -1},
-        {"unknown TOB form", file(section("TOBXYZ", "<TOBXYZ>\n</TOBXYZ>\n")), 5, -1},
-        {"block of another form", replaced(rca, "</TOBRCA>\n<stopka", "<DIPLB>\nabc\n</DIPLB>\n</TOBRCA>\n<stopka"), 5, -1},
-        {"field name as block", replaced(rca, "</TOBRCA>\n<stopka", "<Nazwisko>\nabc\n</Nazwisko>\n</TOBRCA>\n<stopka"), 5, -1},
-        {"element one short", file(section("TOBRCA", "<TOBRCA>\n<DORCA>" + std::string(dorca - 1, 'x') + "</DORCA>\n</TOBRCA>\n")), 5, -1},
-        {"element one long", file(section("TOBRCA", "<TOBRCA>\n<DORCA>" + std::string(dorca + 1, 'x') + "</DORCA>\n</TOBRCA>\n")), 5, -1},
-        {"empty element", file(section("TOBRCA", "<TOBRCA>\n<DORCA></DORCA>\n</TOBRCA>\n")), 5, -1},
-        {"body closing tag in other case", replaced(rca, "</TOBRCA>\n<stopka", "</tobrca>\n<stopka"), 5, -1},
-        {"unknown footer element with text", file(section("TOBRCA", body("TOBRCA", {}), "<XYZ>abc</XYZ>\n")), 5, -1},
-        {"section tag with a rest of 19", file("<TOBZUA" + std::string(15, 'Q') + ".DP>\n"), 5, -1},
-        {"tag filling its buffer", file(section("TOBRCA", "<TOBRCA>\n<" + std::string(300, 'A') + ">\n</TOBRCA>\n")), 5, -1},
+        {"empty file", "", 3, 1, "3/3 prolog"},
+        {"48 characters", "hello\tworld\n" + std::string(38, 'z'), 3, -1, "3/3 prolog"},
+        {"no document type", std::string(60, 'z') + "\n", 1, 1, "1/1 prolog"},
+        {"not NAVO", replaced(good, "<!DOCTYPE NAVO PUBLIC", "<!DOCTYPE NAVO PUBLIX"), 1, 1, "1/1 prolog"},
+        {"file ends in the version line", tail.substr(0, tail.find("tail") + 4), 3, -1, "3/3 prolog"},
+        {"no <NAVO>", replaced(good, "<NAVO>", "<NAVX>"), 4, 4, "4/4 file_header", "<NAVX>"},
+        {"space before <NAVO>", replaced(good, "<NAVO>", " <NAVO>"), 4, -1, "4/4 file_header"},
+        {"CR before <NAVO>", replaced(good, "<NAVO>", "\r<NAVO>"), 4, -1, "4/4 file_header"},
+        {"no file header tag", replaced(good, "<naglowek.NAVO>", "<naglowek.NAVX>"), 4, 5, "4/4 file_header"},
+        {"file header one short", replaced(good, "H1 ", "H1"), 3, -1, "3/3 file_header 139/138 f0:51/50", "</naglowek.NAVO>"},
+        {"file header one long", replaced(good, "H3 ", "H3  "), 3, -1, "3/3 file_header 139/140 f2:24/25"},
+        {"document header tag", replaced(good, "<naglowek.DP>", "<naglowek.DX>"), 5, 13, "5/4 document_header 1 TOBZWPA"},
+        {"document header one short", replaced(good, "D5/0 ", "D5/0"), 5, 28, "5/3 document_header 1 TOBZWPA 245/244 f4:24/23",
+         "</naglowek.DP>"},
+        {"closing tag of another block", replaced(good, "<DOZWPA>", "<DIPL>"), 5, 36, "5/3 body 1 TOBZWPA DIPL@1/-1 r0 171/-1"},
+        {"section closing tag", replaced(good, "</TOBZWPA.DP>", "</TOBZWPX.DP>"), 5, 61, "5/4 section 1 TOBZWPA"},
+        {"section closing tag in other case", replaced(good, "</TOBZWPA.DP>", "</tobzwpa.DP>"), 5, -1, "5/4 section 1 TOBZWPA"},
+        {"file footer tag", replaced(good, "</stopka.NAVO>", "</stopka.NAVX>"), 4, 63, "4/4 footer"},
+        {"footer tag misspelt", replaced(good, "<stopka.NAVO>", "<stopkaX.NAVO>"), 4, -1, "4/4 footer"},
+        {"file ends after the sections", good.substr(0, good.find("<stopka.NAVO>")), 4, -1, "4/4 footer"},
+        {"OCR note in the file footer", file("", "<OCR.a>\nx\n</OCR.a>\n"), 4, -1, "4/4 footer"},
+        {"file note cut off", file("", "<BLAD>\nabc").substr(0, file("", "<BLAD>\nabc").find("abc") + 3), 3, -1, "3/3 footer BLAD@-1/-1 r0"},
+        {"unknown TOB form", file(section("TOBXYZ", "<TOBXYZ>\n</TOBXYZ>\n")), 5, 12, "5/8 section 1 TOBXYZ"},
+        {"block of another form", replaced(rca, "</TOBRCA>\n<stopka", "<DIPLB>\nabc\n</DIPLB>\n</TOBRCA>\n<stopka"), 5, -1,
+         "5/6 body 1 TOBRCA DIPLB@-1/0 -1/3"},
+        {"field name as block", replaced(rca, "</TOBRCA>\n<stopka", "<Nazwisko>\nabc\n</Nazwisko>\n</TOBRCA>\n<stopka"), 5, -1,
+         "5/6 body 1 TOBRCA Nazwisko@-1/0 -1/3"},
+        {"element one short", file(section("TOBRCA", "<TOBRCA>\n<DORCA>" + std::string(dorca - 1, 'x') + "</DORCA>\n</TOBRCA>\n")), 5, -1,
+         "5/7 body 1 TOBRCA DORCA@0/-1 r0 31/30", "</DORCA>"},
+        {"element one long", file(section("TOBRCA", "<TOBRCA>\n<DORCA>" + std::string(dorca + 1, 'x') + "</DORCA>\n</TOBRCA>\n")), 5, -1,
+         "5/7 body 1 TOBRCA DORCA@0/-1 r0 31/32"},
+        {"empty element", file(section("TOBRCA", "<TOBRCA>\n<DORCA></DORCA>\n</TOBRCA>\n")), 5, -1, "5/7 body 1 TOBRCA DORCA@0/-1 r0 31/0"},
+        {"element of 300 lines", file(section("TOBRCA", "<TOBRCA>\n<DORCA>\n" + lines300 + "</DORCA>\n</TOBRCA>\n")), 5, -1,
+         "5/7 body 1 TOBRCA DORCA@0/-1 r0 31/300"},
+        {"field of a record one short", replaced(rca3, "0.2.1.3    \n", "0.2.1.3   \n"), 5, -1,
+         "5/7 body 1 TOBRCA DDORCA@2/2 r1 233/232 f3:11/10"},
+        {"single block twice", file(section("TOBRCA", body("TOBRCA", {"DORCA", "DORCA"}))), 5, -1, "5/6 body 1 TOBRCA DORCA@0/0 r0 31/31"},
+        {"repeating block skipped", file(section("TOBRCA", body("TOBRCA", {"DORCA", "DIPL", "OPLR"}))), 5, -1,
+         "5/6 body 1 TOBRCA OPLR@3/1 r0 8/8"},
+        {"repeating block after a later one", file(section("TOBRCA", body("TOBRCA", {"DORCA", "DIPL", "DDORCA", "DDORCA", "OPLR", "DDORCA"}))),
+         5, -1, "5/6 body 1 TOBRCA DDORCA@2/3 r0 233/233"},
+        {"body closing tag in other case", replaced(rca, "</TOBRCA>\n<stopka", "</tobrca>\n<stopka"), 5, -1,
+         "5/3 body 1 TOBRCA /tobrca@-1/0"},
+        {"unknown footer element with text", file(section("TOBRCA", body("TOBRCA", {}), "<XYZ>abc</XYZ>\n")), 5, -1, "5/4 notes 1 TOBRCA"},
+        {"document note cut off", notes.substr(0, notes.find("abc") + 3), 5, -1, "5/3 notes 1 TOBRCA BLAD@-1/-1 r1"},
+        {"section tag with a rest of 19", file("<TOBZUA" + std::string(15, 'Q') + ".DP>\n"), 5, -1,
+         "5/8 section 1 TOBZUAQQQQQQQQQQQQQ"},
+        {"tag filling its buffer", file(section("TOBRCA", "<TOBRCA>\n<" + std::string(300, 'A') + ">\n</TOBRCA>\n")), 5, -1,
+         "5/5 body 1 TOBRCA " + std::string(199, 'A') + "@-1/-1"},
     };
     for (const auto &row : rows) {
-        EXPECT_EQ(0, load(row.text)) << row.label;
-        EXPECT_EQ(row.code, dk_GetNAVOError()) << row.label;
-        EXPECT_TRUE(row.line < 0 || row.line == dk_GetNAVOLine()) << row.label << " stopped on line " << dk_GetNAVOLine();
-        EXPECT_TRUE(ctx->formCount == 0 || docCount("TOBRCA") + docCount("TOBZWPA") == 0) << row.label;
-        // The same fault in a CR LF file gives the same code.
-        EXPECT_EQ(0, load(toCrLf(row.text))) << row.label;
-        EXPECT_EQ(row.code, dk_GetNAVOError()) << row.label << " (CR LF)";
+        for (const std::string &text : {row.text, toCrLf(row.text)}) {
+            const bool crLf = text != row.text;
+            EXPECT_EQ(0, load(text)) << row.label;
+            EXPECT_EQ(row.code, dk_GetNAVOError()) << row.label << (crLf ? " (CR LF)" : "");
+            EXPECT_TRUE(row.line < 0 || crLf || row.line == dk_GetNAVOLine()) << row.label << " stopped on line " << dk_GetNAVOLine();
+            EXPECT_TRUE(ctx->formCount == 0 || docCount("TOBRCA") + docCount("TOBZWPA") == 0) << row.label;
+            const int32_t line = dk_GetNAVOLine();
+            Hooked hooked;
+            EXPECT_EQ(0, hooked.load(ctx, tmp.file("in.navo")));
+            ASSERT_EQ(1u, hooked.faults.size()) << row.label;
+            const navo::interchange::FaultPlace &fault = hooked.faults[0];
+            EXPECT_EQ(row.place, describe(fault)) << row.label << (crLf ? " (CR LF)" : "");
+            EXPECT_EQ(line, fault.line) << row.label;
+            const int64_t offset = row.after == nullptr ? -2 : static_cast<int64_t>(text.find(row.after) + std::strlen(row.after));
+            EXPECT_TRUE(offset == -2 || offset == fault.offset) << row.label << ": offset " << fault.offset << ", not " << offset;
+        }
     }
     EXPECT_EQ(0, dk_LoadNAVO(ctx, tmp.file("missing/none.navo").c_str()));
     EXPECT_EQ(2, dk_GetNAVOError());
+    Hooked hooked;
+    EXPECT_EQ(0, hooked.load(ctx, tmp.file("missing/none.navo")));
+    ASSERT_EQ(1u, hooked.faults.size());
+    EXPECT_EQ("2/2 none", describe(hooked.faults[0]));
+}
+
+// load_file's hooks: the record hook sees each block element once, with its record's text; the
+// document hook numbers the sections from 1; with
+// keepGoing each faulty section is reported and dropped, the good ones around it delivered, and
+// the load ends with the first fault's code.
+TEST_F(Load, HooksSeeRecordsDocumentsAndFaults)
+{
+    writeFile(tmp.file("in.navo"), file(sectionText(layouts13(), "TOBRCA", 0, {1, 1, 3, 1})));
+    Hooked hooked;
+    ASSERT_EQ(1, hooked.load(ctx, tmp.file("in.navo")));
+    std::vector<std::string> expected;
+    const std::vector<BlockLayout> &blocks = layouts13().form("TOBRCA");
+    for (int b = 0; b < 4; b++)
+        for (int r = 0; r < (b == 2 ? 3 : 1); r++) {
+            std::string values;
+            for (size_t f = 0; f < blocks[static_cast<size_t>(b)].fields.size(); f++)
+                values += sampleValue(0, b, r, static_cast<int>(f), blocks[static_cast<size_t>(b)].fields[f].second);
+            expected.push_back("1 TOBRCA 0 " + std::to_string(b) + " " + std::to_string(r) + ": " + values);
+        }
+    EXPECT_EQ(expected, hooked.records);
+    EXPECT_EQ(std::vector<std::string>{"1 TOBRCA 0"}, hooked.documents);
+
+    const std::string good = sectionText(layouts13(), "TOBZWPA", 0, {});
+    const std::string faulty = file(good + replaced(good, "<DOZWPA>", "<DIPL>") + good + section("TOBXYZ", "") + good);
+    writeFile(tmp.file("in.navo"), faulty);
+    Hooked going;
+    EXPECT_EQ(0, going.load(ctx, tmp.file("in.navo"), true));
+    EXPECT_EQ(5, dk_GetNAVOError());
+    ASSERT_EQ(2u, going.faults.size());
+    EXPECT_EQ("5/3 body 2 TOBZWPA DIPL@1/-1 r0 171/-1", describe(going.faults[0]));
+    EXPECT_EQ("5/8 section 4 TOBXYZ", describe(going.faults[1]));
+    EXPECT_EQ((std::vector<std::string>{"1 TOBZWPA 0", "3 TOBZWPA 0", "5 TOBZWPA 0"}), going.documents);
+    EXPECT_EQ(0, docCount("TOBZWPA"));
+    // Without keepGoing the first fault ends the load; a fault outside the sections ends it anyway.
+    Hooked stopping;
+    EXPECT_EQ(0, stopping.load(ctx, tmp.file("in.navo")));
+    EXPECT_EQ(1u, stopping.faults.size());
+    EXPECT_EQ(std::vector<std::string>{"1 TOBZWPA 0"}, stopping.documents);
+    writeFile(tmp.file("in.navo"), faulty.substr(0, faulty.find("<stopka.NAVO>")));
+    Hooked cut;
+    EXPECT_EQ(0, cut.load(ctx, tmp.file("in.navo"), true));
+    EXPECT_EQ(5, dk_GetNAVOError());
+    ASSERT_EQ(3u, cut.faults.size());
+    EXPECT_EQ("4/4 footer", describe(cut.faults[2]));
+    EXPECT_EQ(3u, cut.documents.size());
 }
 
 // Readings that a sound file may take: all load with 1 and call back once per TOB section.

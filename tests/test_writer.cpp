@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "interchange/writer.hpp"
 #include "navo_builder.h"
 #include "navo_example.h"
 #include "test_support.h"
@@ -589,6 +590,52 @@ ssize_t sinkWrite(void *cookie, const char *buffer, size_t size)
 }
 }  // namespace
 #endif
+
+// The writer to a stream of the caller's: write_file gives dk_SaveNAVO's bytes, and so do the head,
+// each document and the tail written one after the other, for the example file and for one of
+// 400 repeating records more than the writer's buffer holds. Each refuses a stream that refuses
+// a byte, having written what the stream took.
+TEST_F(Writer, StreamStepsGiveTheSavedFile)
+{
+    using namespace navo::interchange;
+    make();
+    ASSERT_TRUE(fillExample(ctx));
+    for (const int records : {0, 400}) {
+        const int32_t doc = records > 0 ? fillExampleDocument(ctx) : 0;
+        for (int32_t r = 1, added = -1; r < records; r++) {
+            ASSERT_EQ(1, dk_AddBlock(ctx, "TOBZBA", doc, "IORB", &added));
+            ASSERT_EQ(1, dk_SetField(ctx, "TOBZBA", doc, "IORB", added, "NumerRachunku", std::to_string(r).c_str()));
+        }
+        const std::string saved = save(1);
+        EXPECT_TRUE(saved == step([&](FILE *s) { return write_file(*ctx, s) ? 1 : 0; })) << records;
+        std::string parts = step([&](FILE *s) { return write_head(*ctx, s) ? 1 : 0; });
+        for (int32_t d = 0; d <= doc; d++)
+            parts += step([&](FILE *s) { return write_document(*ctx, "TOBZBA", d, s) ? 1 : 0; });
+        parts += step([&](FILE *s) { return write_tail(*ctx, s) ? 1 : 0; });
+        EXPECT_TRUE(saved == parts) << records;
+        ASSERT_GT(saved.size(), records > 0 ? save_buffer_size : 0);
+    }
+    EXPECT_EQ("", step([&](FILE *s) { return write_document(*ctx, "TOBDWA", 0, s) ? 1 : 0; }, 0));
+#if defined(__linux__)
+    const std::vector<std::pair<size_t, std::function<bool(FILE *)>>> steps = {
+        {lines(1, 11, "\r\n").size(), [&](FILE *s) { return write_head(*ctx, s); }},
+        {lines(12, 76, "\r\n").size(), [&](FILE *s) { return write_document(*ctx, "TOBZBA", 0, s); }},
+        {lines(77, 85, "\r\n").size(), [&](FILE *s) { return write_tail(*ctx, s); }},
+        {save(1).size(), [&](FILE *s) { return write_file(*ctx, s); }},
+    };
+    for (const auto &[size, write] : steps) {
+        for (const size_t limit : {size_t{0}, size_t{1}, size - 1, size}) {
+            Sink sink{"", limit};
+            FILE *stream = fopencookie(&sink, "w", {nullptr, sinkWrite, nullptr, nullptr});
+            ASSERT_NE(nullptr, stream);
+            setvbuf(stream, nullptr, _IONBF, 0);
+            EXPECT_EQ(limit == size, write(stream)) << size << " limit " << limit;
+            EXPECT_EQ(limit, sink.bytes.size());
+            std::fclose(stream);
+        }
+    }
+#endif
+}
 
 // Every step stops with 0 at the first byte the output refuses, for every limit, and what it
 // wrote is the start of what it would have written; the stream stays the host's to close.

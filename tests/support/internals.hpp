@@ -1,6 +1,6 @@
 // internals.hpp - the only place the tests reach past navo.h and the allocator's hooks: the
-// platform layer's text-mode stream and temporary-file creation, which have no exported entry.
-// When these move or change their names, only this file follows them.
+// platform layer's text-mode output stream and temporary-file creation, which have no exported
+// entry. When these move or change their names, only this file follows them.
 #pragma once
 
 #include <cstddef>
@@ -10,12 +10,16 @@
 
 #include "platform/temp_file.hpp"
 #include "platform/text_stream.hpp"
+#include "text_input.h"
 
 namespace navo_test::internals {
 
-// Text-mode stream: mode "rt" or "wt"; null on failure.
+// Text-mode stream: mode "rt" (the tests' own reading stream) or "wt" (the library's); any other
+// mode goes to the library, which refuses it. Null on failure.
 inline FILE *openText(const std::string &path, const char *mode)
 {
+    if (mode != nullptr && std::string(mode) == "rt")
+        return openTextInput(path);
     return navo::platform::open_text_stream(path.c_str(), mode).release();
 }
 
