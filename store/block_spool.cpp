@@ -95,6 +95,13 @@ bool save_failed(dk_lfBlock &store) noexcept
     return false;
 }
 
+// Clears the `dirty` of the first `count` slots: their text has reached the file.
+void clear_marks(dk_lfBlock &store, std::int32_t count) noexcept
+{
+    for (std::int32_t i = 0; i < count; i++)
+        store.fields[i].dirty = 0;
+}
+
 // The first field read of a cursor visit reads the whole record at once into the hidden buffer;
 // each field is then cut from it exactly as fgets would have read it.
 bool buffer_record(Spool &spool) noexcept
@@ -249,7 +256,7 @@ void destroy_store(dk_lfFilePool *pool, dk_lfBlock *store) noexcept
     memory::release(&spool);
 }
 
-bool write(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block) noexcept
+bool write(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block, Marks marks) noexcept
 {
     if (document == nullptr || store == nullptr || block == nullptr)
         return false;
@@ -280,11 +287,15 @@ bool write(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block) no
         if (length > 0 && std::fwrite(slot.text, 1, length, store->file) != length) {
             spool.position = unknown_position;
             std::clearerr(store->file);
+            // The fields before this one count as written, whichever way the marks go.
+            if (marks == Marks::keep)
+                clear_marks(*store, i);
             return save_failed(*store);
         }
         spool.position = *target + static_cast<long>(length);
         spool.lastAccess = Access::write;
-        slot.dirty = 0;
+        if (marks == Marks::clear)
+            slot.dirty = 0;
     }
     return true;
 }
@@ -309,9 +320,18 @@ bool flush(dk_lfBlock *store) noexcept
 
 bool save(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block) noexcept
 {
-    const bool written = write(document, store, block);
-    const bool flushed = flush(store);
-    return written && flushed;
+    // The changed fields stay marked until the file has taken them: a flush the file refuses
+    // (a full disk) leaves the record to be written again at the next save, not lost.
+    if (!write(document, store, block, Marks::keep)) {
+        flush(store);
+        return false;
+    }
+    if (!flush(store)) {
+        store->dirty = 1;
+        return false;
+    }
+    clear_marks(*store, field_count(*store));
+    return true;
 }
 
 bool read_field(dk_lfBlock &store, const dk_dfBlock &block, std::int32_t fieldIndex) noexcept

@@ -86,9 +86,13 @@ bool open_store(dk_Document &document, dk_lfBlock &store) noexcept;
 // releases it. Copes with a store that failed halfway, and with null.
 void destroy_store(dk_lfFilePool *pool, dk_lfBlock *store) noexcept;
 
+// What write does with the `dirty` of each field it writes: clears it, or keeps it for the caller
+// to clear once a flush has put the bytes in the file.
+enum class Marks { clear, keep };
+
 // dk_lfBlockSave without the final flush, so that consecutive saves reach the file in one write;
 // flush must follow before the library call returns. Refuses null arguments.
-bool write(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block) noexcept;
+bool write(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block, Marks marks = Marks::clear) noexcept;
 bool flush(dk_lfBlock *store) noexcept;
 // write, then flush whatever write did: dk_lfBlockSave.
 bool save(dk_Document *document, dk_lfBlock *store, const dk_dfBlock *block) noexcept;

@@ -40,11 +40,10 @@ NAVO_API int32_t NAVO_CALL dk_AddBlock(dk_Context *ctx, const char *form, int32_
     dk_lfBlock &store = *target.store;
     if (store.recordCount == std::numeric_limits<int32_t>::max())
         return 0;
-    // Both saves of this call go to the file in one write, by a flush at the end.
-    if (store.dirty && !write(target.document, &store, target.block)) {
-        flush(&store);
+    // The record under the cursor reaches the file before the cursor leaves it: a flush the file
+    // refuses (a full disk) then fails the call with the record still cached and marked.
+    if (store.dirty && !save(target.document, &store, target.block))
         return 0;
-    }
     store.currentRecord = store.recordCount;
     store.recordCount++;
     forget_record(store);

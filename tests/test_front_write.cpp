@@ -305,33 +305,6 @@ TEST_F(FrontWrite, SaveLoadRoundTripAndRemoval)
     EXPECT_EQ(expected, read.seen);
 }
 
-#ifndef _WIN32
-// A file-size limit stands in for a full disk.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes)
-    {
-        struct sigaction ignore {};
-        ignore.sa_handler = SIG_IGN;
-        sigaction(SIGXFSZ, &ignore, &oldAction_);
-        getrlimit(RLIMIT_FSIZE, &old_);
-        rlimit small = old_;
-        small.rlim_cur = bytes;
-        setrlimit(RLIMIT_FSIZE, &small);
-    }
-    ~FileSizeLimit()
-    {
-        setrlimit(RLIMIT_FSIZE, &old_);
-        sigaction(SIGXFSZ, &oldAction_, nullptr);
-    }
-    FileSizeLimit(const FileSizeLimit &) = delete;
-    FileSizeLimit &operator=(const FileSizeLimit &) = delete;
-
-private:
-    rlimit old_{};
-    struct sigaction oldAction_ {};
-};
-#endif
 
 // A save that cannot be written whole leaves the file that stood at the path as it was, and no
 // new file beside it; so does a streamed save given up, and an output never committed.
@@ -356,7 +329,7 @@ TEST_F(FrontWrite, FailedSavesLeaveTheOldFileWhole)
         navo_refusal why{};
         int32_t code = 0;
         {
-            FileSizeLimit small(limit);
+            navo_test::FileSizeLimit small(limit);
             code = navo_writer_save(writer, path.c_str(), &why);
         }
         EXPECT_EQ(NAVO_SAVE_FAILED, code);
@@ -370,7 +343,7 @@ TEST_F(FrontWrite, FailedSavesLeaveTheOldFileWhole)
     EXPECT_EQ(NAVO_INVALID_ARGUMENT, navo_writer_save(writer, path.c_str(), nullptr));
     EXPECT_EQ(2u, entriesOf(directory).size());
     {
-        FileSizeLimit small(600);
+        navo_test::FileSizeLimit small(600);
         const int32_t written = navo_writer_write_document(writer, doc, nullptr);
         EXPECT_EQ(NAVO_SAVE_FAILED, written == NAVO_OK ? navo_writer_finish(writer, nullptr) : written);
     }

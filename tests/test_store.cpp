@@ -545,6 +545,30 @@ TEST_F(Store, UnreadableSpoolFileFailsTheStepAndKeepsTheCount)
     EXPECT_EQ("a0 |b0 a1 |b1 p  |q ", records(0));
 }
 
+// A record whose save the disk refuses stays cached and changed: the add that needed the save
+// fails, and once the disk takes bytes again the record reaches the file whole.
+TEST_F(Store, RecordRefusedByAFullDiskIsKept)
+{
+#if defined(_WIN32)
+    GTEST_SKIP() << "a full disk is stood in for by a POSIX file-size limit (RLIMIT_FSIZE)";
+#else
+    make();
+    const int32_t doc = add();
+    ASSERT_EQ(1, set(doc, 0, "A", "kep"));
+    ASSERT_EQ(1, set(doc, 0, "B", "t"));
+    {
+        FileSizeLimit full(0);
+        int32_t out = 9;
+        EXPECT_EQ(0, dk_AddBlock(ctx, "F", doc, "REP", &out));
+        EXPECT_EQ(-1, out);
+    }
+    EXPECT_EQ(1, count(doc));
+    EXPECT_EQ(1, store(doc)->dirty);
+    EXPECT_EQ(1, addRecord(doc));
+    EXPECT_EQ("kep|t     |  ", records(doc));
+#endif
+}
+
 // ---- packed access ------------------------------------------------------------------------------
 
 namespace {

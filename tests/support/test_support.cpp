@@ -244,12 +244,23 @@ int64_t sweepAllocations(const Scenario &scenario, const ScopedTempDir &tmp)
     return count;
 }
 
-uint32_t fnv1a(const std::string &text)
+#if !defined(_WIN32)
+FileSizeLimit::FileSizeLimit(rlim_t bytes)
 {
-    uint32_t hash = 2166136261u;
-    for (unsigned char c : text)
-        hash = (hash ^ c) * 16777619u;
-    return hash;
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGXFSZ, &ignore, &oldAction_);
+    getrlimit(RLIMIT_FSIZE, &old_);
+    rlimit small = old_;
+    small.rlim_cur = bytes;
+    setrlimit(RLIMIT_FSIZE, &small);
 }
+
+FileSizeLimit::~FileSizeLimit()
+{
+    setrlimit(RLIMIT_FSIZE, &old_);
+    sigaction(SIGXFSZ, &oldAction_, nullptr);
+}
+#endif
 
 }  // namespace navo_test

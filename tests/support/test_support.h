@@ -10,6 +10,11 @@
 #include <string>
 #include <vector>
 
+#if !defined(_WIN32)
+#include <signal.h>
+#include <sys/resource.h>
+#endif
+
 #include "core/allocator.hpp"
 #include "navo.h"
 
@@ -64,8 +69,21 @@ struct Scenario {
 };
 int64_t sweepAllocations(const Scenario &scenario, const ScopedTempDir &tmp);
 
-// FNV-1a of a text, for fingerprints of the embedded definitions.
-uint32_t fnv1a(const std::string &text);
+#if !defined(_WIN32)
+// A file-size limit (RLIMIT_FSIZE, with SIGXFSZ ignored) stands in for a full disk while the
+// object lives: a write past `bytes` fails with EFBIG.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes);
+    ~FileSizeLimit();
+    FileSizeLimit(const FileSizeLimit &) = delete;
+    FileSizeLimit &operator=(const FileSizeLimit &) = delete;
+
+private:
+    rlimit old_{};
+    struct sigaction oldAction_ {};
+};
+#endif
 
 }  // namespace navo_test
 
