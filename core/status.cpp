@@ -58,7 +58,7 @@ NAVO_API int32_t NAVO_CALL dk_GetNAVOErrorMessage(int32_t code, char *out, int32
         if (row.code != code)
             continue;
         // Cut to the buffer, which keeps its terminating NUL.
-        row.text.copy(out, std::min(row.text.size(), capacity - 1));
+        std::memcpy(out, row.text.data(), std::min(row.text.size(), capacity - 1));
         return 1;
     }
     return 0;

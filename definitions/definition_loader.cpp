@@ -45,7 +45,7 @@ public:
             cursor_ = text_.size();
             return false;
         }
-        line_ = text_.substr(cursor_, lineFeed + 1 - cursor_);
+        line_ = std::string_view{text_.data() + cursor_, lineFeed + 1 - cursor_};
         cursor_ = lineFeed + 1;
         return true;
     }
@@ -75,8 +75,9 @@ public:
             return std::nullopt;
         }
         const std::size_t end = rest_.find_first_of(delimiters, start);
-        const std::string_view token = rest_.substr(start, end == std::string_view::npos ? end : end - start);
-        rest_ = end == std::string_view::npos ? std::string_view{} : rest_.substr(end + 1);
+        const std::size_t stop = end == std::string_view::npos ? rest_.size() : end;
+        const std::string_view token{rest_.data() + start, stop - start};
+        rest_.remove_prefix(stop == rest_.size() ? stop : stop + 1);
         return token;
     }
 
@@ -108,6 +109,14 @@ std::int32_t number(std::string_view text) noexcept
     if (value < smallest)
         return std::numeric_limits<std::int32_t>::min();
     return static_cast<std::int32_t>(value);
+}
+
+// A line without its first byte (a block header's '<'). The cuts here build their views by hand:
+// substr reports a bad position by throwing, and the library has no exceptions to throw.
+std::string_view without_first(std::string_view line) noexcept
+{
+    line.remove_prefix(line.empty() ? 0 : 1);
+    return line;
 }
 
 // A line that begins with white space (an empty line is its LF) ends a form or a block.
@@ -213,7 +222,7 @@ Outcome read_blocks(LineReader &reader, dk_dfDefinition &definition, dk_sdDictio
     Name name;
     Name type;
     for (;;) {
-        Tokens header(reader.line().substr(1));
+        Tokens header(without_first(reader.line()));
         const std::optional<std::string_view> blockName = header.next(",");
         std::optional<std::string_view> tag;
         if (!blockName || !(tag = header.next(">")))
@@ -358,7 +367,7 @@ bool load_definition(dk_dfDefinitionList &list, dk_sdDictionary &dictionary, std
     // A version line too short to hold a name gives an empty one.
     const std::string_view versionLine = reader.line();
     Name name;
-    if (!dictionary::trim_all(versionLine.size() >= version_skip ? versionLine.substr(version_skip) : std::string_view{},
+    if (!dictionary::trim_all(versionLine.size() >= version_skip ? std::string_view{versionLine.data() + version_skip, versionLine.size() - version_skip} : std::string_view{},
                               name))
         return false;
     for (const dk_dfDefinition &loaded : std::span(list.items, static_cast<std::size_t>(list.count))) {

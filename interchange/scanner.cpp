@@ -515,7 +515,7 @@ bool BulkInput::take_tag(std::span<char> out) noexcept
         return false;
     const std::string_view rest{buffer_.data() + position_, end_ - position_};
     const std::size_t close = rest.find('>');
-    if (close == std::string_view::npos || close >= out.size() || !plain(rest.substr(0, close)))
+    if (close == std::string_view::npos || close >= out.size() || !plain(first(rest, close)))
         return false;
     std::fill(out.begin(), out.end(), '\0');
     std::copy_n(rest.data(), close + 1, out.begin());
@@ -526,7 +526,7 @@ bool BulkInput::take_tag(std::span<char> out) noexcept
 bool BulkInput::take_closing(std::string_view block) noexcept
 {
     const std::string_view rest{buffer_.data() + position_, end_ - position_};
-    if (rest.size() < block.size() + 2 || rest[0] != '/' || rest.substr(1, block.size()) != block ||
+    if (rest.size() < block.size() + 2 || rest[0] != '/' || first(after(rest, 1), block.size()) != block ||
         rest[block.size() + 1] != '>' || !plain(block))
         return false;
     position_ += block.size() + 2;

@@ -43,7 +43,7 @@ public:
             if (lineFeed == nullptr)
                 return append(text);
             const auto run = static_cast<std::size_t>(lineFeed - text.data());
-            if (!append(text.substr(0, run)) || !append(crlf))
+            if (!append(first(text, run)) || !append(crlf))
                 return false;
             text.remove_prefix(run + 1);
         }

@@ -417,3 +417,22 @@ TEST(Exports, SharedLibraryExportsExactlyTheListedNames)
     EXPECT_EQ(expected, exported);
 #endif
 }
+
+// The library is C++ inside but needs no C++ runtime: a C host links it alone (README).
+TEST(Exports, SharedLibraryNeedsNoCxxRuntime)
+{
+#if !defined(__linux__)
+    GTEST_SKIP() << "read with objdump -p; the Windows DLL links its runtime in (scripts/build-windows.sh)";
+#else
+    FILE *pipe = popen(("objdump -p '" + std::string(NAVO_SHARED_LIBRARY) + "' 2>/dev/null").c_str(), "r");
+    ASSERT_NE(nullptr, pipe);
+    std::string needed;
+    char line[512];
+    while (std::fgets(line, sizeof line, pipe) != nullptr)
+        if (std::strstr(line, "NEEDED") != nullptr)
+            needed += line;
+    pclose(pipe);
+    ASSERT_NE(std::string::npos, needed.find("libc.so")) << needed;
+    EXPECT_EQ(std::string::npos, needed.find("libstdc++")) << needed;
+#endif
+}
