@@ -4,11 +4,14 @@
 #include <atomic>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "core/status.hpp"
+#include "front/content_checks.hpp"
 #include "front/guard.hpp"
 #include "front/messages.hpp"
 #include "front/places.hpp"
@@ -95,6 +98,8 @@ public:
         find_ = std::move(raw);
         finding_ = true;
     }
+    // Checks every field of every document by `rules` (null: the built-in ones).
+    void check(const navo_rules *rules) { checks_.emplace(rules); }
 
     std::int32_t run(const char *path, navo_load_result &result, KeepRequest *keep);
 
@@ -146,6 +151,8 @@ private:
 
     void header(dk_Context &ctx);
     void record(const RecordSeen &seen);
+    void find_in(const navo_form_def &form, const RecordSeen &seen);
+    void check_in(const navo_form_def &form, const RecordSeen &seen);
     std::int32_t document(std::int32_t form, std::int32_t docIndex, std::int32_t number);
     void fault(const FaultPlace &place);
     navo_fault fault_of(const FaultPlace &place);
@@ -174,6 +181,10 @@ private:
     const navo_form_def *keptForm_ = nullptr;
     bool finding_ = false;
     std::string find_;
+    std::optional<CheckCache> checks_;
+    std::vector<navo_finding> pending_;  // of the section being read, handed out before its document
+    const char *lastRawForm_ = nullptr;  // the form of the last record, as the loader spells it
+    const navo_form_def *lastForm_ = nullptr;
     std::string text_;
 };
 
@@ -193,12 +204,43 @@ void Loader::header(dk_Context &ctx)
 
 void Loader::record(const RecordSeen &seen)
 {
-    if (!finding_ || stopped_ || file_.schema == nullptr)
+    if (stopped_ || file_.schema == nullptr)
         return;
-    const navo_form_def *form = form_of_raw(*file_.schema, seen.form);
-    if (form == nullptr || seen.block < 0 || seen.block >= form->block_count)
+    // Every record of a section names its form by the same text.
+    if (seen.form != lastRawForm_) {
+        lastRawForm_ = seen.form;
+        lastForm_ = form_of_raw(*file_.schema, seen.form);
+    }
+    if (lastForm_ == nullptr || seen.block < 0 || seen.block >= lastForm_->block_count)
         return;
-    const navo_block_def &block = form->blocks[seen.block];
+    if (checks_)
+        check_in(*lastForm_, seen);
+    if (finding_)
+        find_in(*lastForm_, seen);
+}
+
+void Loader::check_in(const navo_form_def &form, const RecordSeen &seen)
+{
+    const navo_block_def &block = form.blocks[seen.block];
+    const BlockChecks &checks = checks_->of(form, block);
+    if (!checks.any)
+        return;
+    navo_place place = empty_place();
+    place.document = seen.document;
+    place.record = seen.record;
+    set_name(place.form, form.name);
+    set_name(place.block, block.tag);
+    const ValueOf value = [&](std::int32_t f) {
+        const navo_field_def &field = block.fields[f];
+        return seen.text.substr(static_cast<std::size_t>(field.offset), static_cast<std::size_t>(field.width));
+    };
+    check_record(checks, block, value, encoding_, place,
+                 [this](const navo_finding &finding) { pending_.push_back(finding); });
+}
+
+void Loader::find_in(const navo_form_def &form, const RecordSeen &seen)
+{
+    const navo_block_def &block = form.blocks[seen.block];
     for (std::int32_t f = 0; f < block.field_count; f++) {
         const navo_field_def &field = block.fields[f];
         const auto offset = static_cast<std::size_t>(field.offset);
@@ -210,7 +252,7 @@ void Loader::record(const RecordSeen &seen)
         place.area = NAVO_AREA_BODY;
         place.document = seen.document;
         place.record = seen.record;
-        set_name(place.form, form->name);
+        set_name(place.form, form.name);
         set_name(place.block, block.tag);
         set_name(place.field, field.name);
         if (listener_.found(place) != 0) {
@@ -227,6 +269,16 @@ std::int32_t Loader::document(std::int32_t form, std::int32_t docIndex, std::int
     if (file_.schema == nullptr || form < 0 || form >= file_.schema->form_count)
         throw Refusal{NAVO_UNKNOWN_FORM};
     const navo_form_def *def = &file_.schema->forms[form];
+    // The findings of the document's records, now that it is whole.
+    for (const navo_finding &finding : pending_) {
+        result_.findings++;
+        if (listener_.finding(finding) != 0) {
+            pending_.clear();
+            stop(NAVO_CANCELLED);
+            return 1;
+        }
+    }
+    pending_.clear();
     if (keep_ > 0 && number == keep_) {
         kept_ = true;
         keptForm_ = def;
@@ -324,6 +376,8 @@ void Loader::report(const navo_fault &fault)
 
 void Loader::fault(const FaultPlace &place)
 {
+    // A section that failed is no document: its records' findings go with it.
+    pending_.clear();
     if (stopped_) {
         finalFault_ = finalFault_ || place.code != NAVO_BAD_DOCUMENT;
         return;
@@ -352,7 +406,7 @@ std::int32_t Loader::run(const char *path, navo_load_result &result, KeepRequest
     hooks.user = this;
     hooks.keepGoing = keepGoing_;
     hooks.header = &Loader::on_header;
-    hooks.record = finding_ ? &Loader::on_record : nullptr;
+    hooks.record = finding_ || checks_ ? &Loader::on_record : nullptr;
     hooks.document = &Loader::on_document;
     hooks.fault = &Loader::on_fault;
     const std::int32_t loaded = navo::interchange::load_file(*ctx_.get(), path, hooks);
@@ -421,6 +475,12 @@ std::int32_t HostCallbacks::fault(const navo_fault &fault)
     return callbacks_ != nullptr && callbacks_->fault != nullptr ? callbacks_->fault(callbacks_->user, &fault) : 0;
 }
 
+std::int32_t HostCallbacks::finding(const navo_finding &finding)
+{
+    return callbacks_ != nullptr && callbacks_->finding != nullptr ? callbacks_->finding(callbacks_->user, &finding)
+                                                                    : 0;
+}
+
 std::int32_t HostCallbacks::found(const navo_place &place)
 {
     return callbacks_ != nullptr && callbacks_->found != nullptr ? callbacks_->found(callbacks_->user, &place) : 0;
@@ -464,6 +524,8 @@ std::int32_t run_load(const char *path, const navo_load_options *options, LoadLi
         Loader loader(listener, encoding, options != nullptr && options->keep_going != 0, keep);
         if (finding)
             loader.find(std::string(trim_right(find)));
+        if (options != nullptr && options->checks != 0)
+            loader.check(options->rules);
         return loader.run(path, result, keep);
     } catch (...) {
         return refuse(code_of_current_exception());

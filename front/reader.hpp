@@ -9,13 +9,14 @@
 
 namespace navo::front {
 
-// What a load hands out, in the order of the file. A result other than 0 stops the load; no
+// What a load hands out, in the order of the file; a document's findings come before it. A result other than 0 stops the load; no
 // call follows a stop.
 class LoadListener {
 public:
     virtual std::int32_t file(const navo_file &) { return 0; }
     virtual std::int32_t document(const navo_document &) { return 0; }
     virtual std::int32_t fault(const navo_fault &) { return 0; }
+    virtual std::int32_t finding(const navo_finding &) { return 0; }
     virtual std::int32_t found(const navo_place &) { return 0; }
     virtual std::int32_t end(const navo_file &) { return 0; }
 
@@ -33,6 +34,7 @@ public:
     std::int32_t file(const navo_file &file) override;
     std::int32_t document(const navo_document &doc) override;
     std::int32_t fault(const navo_fault &fault) override;
+    std::int32_t finding(const navo_finding &finding) override;
     std::int32_t found(const navo_place &place) override;
     std::int32_t end(const navo_file &file) override;
 

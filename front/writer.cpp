@@ -7,6 +7,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "front/content_checks.hpp"
 #include "front/guard.hpp"
 #include "front/places.hpp"
 #include "front/schema.hpp"
@@ -187,6 +188,71 @@ void forget(navo_writer &writer, std::int32_t number) noexcept
     gone.present = false;
 }
 
+// A value against its content rule (NAVO_CHECK); a blank value is not checked.
+void check_value(const navo_writer &writer, const navo_form_def &form, const navo_block_def &block,
+                 std::int32_t field, const std::string &value, const navo_place &place)
+{
+    BlockChecks one;
+    one.fields.assign(static_cast<std::size_t>(block.field_count), FieldRule{});
+    one.fields[static_cast<std::size_t>(field)] = resolve_rule(writer.rules, form, block, block.fields[field]);
+    one.any = one.fields[static_cast<std::size_t>(field)].active();
+    check_record(one, block, [&](std::int32_t) { return std::string_view(value); }, writer.encoding, place,
+                 [&](const navo_finding &finding) {
+                     refuse(NAVO_CONTENT_REFUSED, finding.place,
+                            std::string("the value fails its content rule (") + finding.rule + "): " + finding.problem);
+                 });
+}
+
+// The pairs of fields of every record of a document checked against each other (NAVO_CHECK),
+// before a byte of it is written.
+void check_document(navo_writer &writer, std::int32_t number, const navo_writer::Entry &entry)
+{
+    const navo_form_def &form = writer.schema->forms[entry.form];
+    dk_Context *ctx = writer.ctx.get();
+    const char *rawForm = raw_form(*writer.schema, entry.form);
+    for (std::int32_t b = 0; b < form.block_count; b++) {
+        const navo_block_def &block = form.blocks[b];
+        const BlockChecks checks = block_checks(writer.rules, form, block);
+        if (checks.cross.empty())
+            continue;
+        const char *rawTag = raw_tag(*writer.schema, block);
+        std::int32_t records = 1;
+        if (block.repeating && !dk_GetBlockCount(ctx, rawForm, entry.docIndex, rawTag, &records))
+            records = 0;
+        std::vector<std::string> values(static_cast<std::size_t>(block.field_count));
+        for (std::int32_t r = 0; r < records; r++) {
+            navo_place place = place_in(NAVO_AREA_BODY, number);
+            place.record = r;
+            set_name(place.form, form.name);
+            set_name(place.block, block.tag);
+            const ValueOf value = [&](std::int32_t f) -> std::string_view {
+                std::string &text = values[static_cast<std::size_t>(f)];
+                text.assign(static_cast<std::size_t>(block.fields[f].width) + 1, '\0');
+                if (!dk_GetField(ctx, rawForm, entry.docIndex, rawTag, r, raw_field(*writer.schema, block, f),
+                                 text.data(), static_cast<std::int32_t>(text.size())))
+                    refuse(NAVO_STORE_FAILED, place, "the document store refused the call");
+                text.resize(std::char_traits<char>::length(text.c_str()));
+                return text;
+            };
+            check_cross(checks, block, value, writer.encoding, place, [&](const navo_finding &finding) {
+                refuse(NAVO_CONTENT_REFUSED, finding.place,
+                       std::string("the values fail a content rule (") + finding.rule + "): " + finding.problem);
+            });
+        }
+    }
+}
+
+// Every document's pairs, before a whole save writes anything.
+void check_documents(navo_writer &writer)
+{
+    if ((writer.flags & NAVO_CHECK) == 0)
+        return;
+    for (std::size_t n = 0; n < writer.documents.size(); n++) {
+        if (writer.documents[n].present)
+            check_document(writer, static_cast<std::int32_t>(n + 1), writer.documents[n]);
+    }
+}
+
 void remove_document(navo_writer &writer, std::int32_t number)
 {
     navo_place place = place_in(NAVO_AREA_NONE);
@@ -240,6 +306,14 @@ NAVO_FRONT_API void NAVO_FRONT_CALL navo_writer_free(navo_writer *writer) noexce
 NAVO_FRONT_API const navo_schema *NAVO_FRONT_CALL navo_writer_schema(const navo_writer *writer) noexcept
 {
     return writer == nullptr ? nullptr : writer->schema;
+}
+
+NAVO_FRONT_API int32_t NAVO_FRONT_CALL navo_writer_rules(navo_writer *writer, const navo_rules *rules) noexcept
+{
+    if (writer == nullptr)
+        return NAVO_INVALID_ARGUMENT;
+    writer->rules = rules;
+    return NAVO_OK;
 }
 
 NAVO_FRONT_API int32_t NAVO_FRONT_CALL navo_writer_file_header(navo_writer *writer, int32_t line, const char *text,
@@ -383,6 +457,8 @@ NAVO_FRONT_API int32_t NAVO_FRONT_CALL navo_writer_set(navo_writer *writer, int3
         if (record < 0 || record >= records)
             refuse(NAVO_BAD_INDEX, place, "the block has no record of that number");
         const std::string value = prepare(*writer, text, def.fields[index].width, place);
+        if ((writer->flags & NAVO_CHECK) != 0)
+            check_value(*writer, form, def, index, value, place);
         if (!dk_SetField(writer->ctx.get(), rawForm, entry.docIndex, rawTag, record,
                          raw_field(*writer->schema, def, index), value.c_str()))
             refuse(NAVO_STORE_FAILED, place, "the document store refused the value (spool file or memory)");
@@ -442,6 +518,7 @@ NAVO_FRONT_API int32_t NAVO_FRONT_CALL navo_writer_save(navo_writer *writer, con
         const navo_place place = place_in(NAVO_AREA_NONE);
         require(writer != nullptr && path != nullptr, place, "a null writer or path");
         require(!writer->begun, place, "a file is begun: finish it first");
+        check_documents(*writer);
         navo::platform::ReplacementFile file;
         if (!file.open(path))
             refuse(NAVO_SAVE_FAILED, place, system_reason("the new file beside the path cannot be made"));
@@ -489,6 +566,8 @@ NAVO_FRONT_API int32_t NAVO_FRONT_CALL navo_writer_write_document(navo_writer *w
         require(writer != nullptr, place, "a null writer");
         require(writer->begun, place, "no file is begun");
         const navo_writer::Entry &entry = document_of(*writer, document, place);
+        if ((writer->flags & NAVO_CHECK) != 0)
+            check_document(*writer, document, entry);
         if (!navo::interchange::write_document(*writer->ctx.get(), raw_form_of(*writer, entry), entry.docIndex,
                                                writer->streamed.stream())) {
             // What reached the file of this document cannot be taken back: the file goes.

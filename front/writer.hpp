@@ -24,6 +24,7 @@ struct navo_writer {
     const navo_schema *schema = nullptr;
     navo::front::Encoding encoding = navo::front::Encoding::iso8859_2;
     std::int32_t flags = 0;
+    const navo_rules *rules = nullptr;  // of NAVO_CHECK; null: the built-in ones
     std::vector<Entry> documents;
     navo::platform::ReplacementFile streamed;  // the file of navo_writer_begin until finish
     bool begun = false;
