@@ -8,9 +8,10 @@ command -v gcc >/dev/null 2>&1 || need+=(gcc)
 command -v g++ >/dev/null 2>&1 || need+=(g++)
 command -v make >/dev/null 2>&1 || need+=(make)
 command -v nm >/dev/null 2>&1 || need+=(binutils)
+# libnavofront reads rules files with nlohmann-json; the tool needs CLI11 and fmt besides.
+[ -f /usr/include/nlohmann/json.hpp ] || need+=(nlohmann-json3-dev)
 if [ "${NAVO_TOOLS:-ON}" != OFF ]; then
   [ -f /usr/include/CLI/CLI.hpp ] || need+=(libcli11-dev)
-  [ -f /usr/include/nlohmann/json.hpp ] || need+=(nlohmann-json3-dev)
   [ -f /usr/include/fmt/format.h ] || need+=(libfmt-dev)
 fi
 if [ "${NAVO_NEED_TESTS:-0}" = 1 ]; then
