@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "navo.hpp"
 
@@ -15,34 +16,39 @@ int main(int argc, char **argv)
         return 2;
     }
     long documents = 0, fields = 0;
-    auto print = [&](const char *label, std::string_view bytes) {
+    auto print = [&](const std::string &label, const std::string &value) {
         if (!countOnly)
-            std::printf("    %-20s [%s]\n", label, navo::to_utf8(bytes).c_str());
+            std::printf("    %-20s [%s]\n", label.c_str(), value.c_str());
     };
+    std::vector<std::string> values;  // one record's values, reused record after record
     navo::LoadResult result = navo::load(argv[argc - 1], [&](const navo::Document &doc) {
         documents++;
         if (!countOnly)
-            std::printf("document %.*s #%d\n", static_cast<int>(doc.form().size()), doc.form().data(), doc.index());
+            std::printf("document %d: form %.*s\n", doc.number(), static_cast<int>(doc.form().size()),
+                        doc.form().data());
         int n = 1;
-        for (std::string_view line : doc.header())
-            print(("line" + std::to_string(n++)).c_str(), line);
+        for (const std::string &line : doc.header())
+            print("line" + std::to_string(n++), line);
         for (const navo::Block &block : doc.definition().blocks) {
-            for (int r = 0, records = doc.records(block.tag); r < records; r++) {
-                if (!countOnly)
-                    std::printf("  block %s record %d\n", block.tag.c_str(), r);
-                for (const navo::Field &field : block.fields) {
-                    std::string value = doc.field(block.tag, r, field.name);
-                    fields++;
-                    print(field.name.c_str(), value);
-                }
+            for (int r = 0, records = doc.records(block); r < records; r++) {
+                std::error_code ec;
+                doc.record(block, r, values, ec);
+                if (ec)
+                    throw std::system_error(ec, "block " + block.tag);
+                fields += static_cast<long>(values.size());
+                if (countOnly)
+                    continue;
+                std::printf("  block %s record %d\n", block.tag.c_str(), r);
+                for (std::size_t i = 0; i < values.size(); i++)
+                    print(block.fields[i].name, values[i]);
             }
         }
         for (const navo::OcrNote &note : doc.ocr_notes())
-            print(("OCR note kind " + std::to_string(note.kind)).c_str(), note.text[0]);
+            print("OCR note kind " + std::to_string(note.kind), note.text[0]);
         for (const navo::ErrorNote &note : doc.error_notes())
             print("error note", note.text[0] + note.text[1] + note.text[2] + note.text[3]);
-        if (!countOnly && doc.lines() > 0)
-            std::fprintf(stderr, "\rprogress: %3d%%", static_cast<int>(doc.line() * 100LL / doc.lines()));
+        if (const navo::Progress at = navo::progress(); !countOnly && at.lines > 0)
+            std::fprintf(stderr, "\rprogress: %3d%%", static_cast<int>(at.line * 100LL / at.lines));
         return true;
     });
     if (!countOnly) {
@@ -56,5 +62,9 @@ int main(int argc, char **argv)
                 result ? "done" : result.outcome == navo::outcome::stopped ? "stopped" : "failed",
                 result.code.value(), result.code.message().c_str(), navo::english(result.code).c_str(), result.line,
                 result.lines);
+    if (result.fault) {
+        const std::string where = result.fault->place.describe();
+        std::printf("fault: %s%s%s\n", where.c_str(), where.empty() ? "" : "; ", result.fault->detail.c_str());
+    }
     return result ? 0 : 1;
 }

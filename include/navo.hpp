@@ -1,39 +1,44 @@
-// navo.hpp - the C++20 interface of libnavo, header-only over the C ABI of navo.h.
+// navo.hpp - the C++20 interface of libnavofront, header-only over the C interface of navo_front.h.
 //
 // What it adds to the C calls:
-//   navo::Context   move-only owner of a dk_Context; its destructor releases the context in every
-//                   state, also the ones dk_Destroy refuses (no document tables yet).
-//   navo::load      reads a file and hands each document to a C++ callable as a navo::Document;
-//                   gives a [[nodiscard]] navo::LoadResult (outcome, std::error_code, line).
-//   navo::Writer    builds documents by form, block and field name and saves the file.
-//   navo::Schema    the forms, blocks and fields of definition version 1.2 or 1.3 as plain data.
-//   navo::errc      the library's load codes 0-10 and this header's own refusals (100 on), in the
-//                   error category navo::category(); message() is the library's Polish text as
-//                   UTF-8, navo::english() an English rendering, navo::library_message() the CP1250
-//                   bytes as the library gives them.
+//   navo::load           hands each document of a file to a C++ callable as a navo::Document (and
+//                        each fault to another, when given); gives a [[nodiscard]] navo::LoadResult.
+//   navo::convert        converts a file to JSON Lines, JSON or CSV into a C++ callable.
+//   navo::open_document  keeps one document of a file for reading at leisure (navo::KeptDocument).
+//   navo::Writer         builds documents by form, block and field name and saves them whole or
+//                        document by document; navo::Output writes a host's own file the same way.
+//   navo::schema         the forms, blocks and fields of definition "1.3" or "1.2" as C++ values.
+//   navo::errc           every code of navo_code, in the category navo::category(): message() is
+//                        navo_message in Polish (the load codes 1-10; the others have English
+//                        only), navo::english() the English wording.
+// Everything else (code pages, messages, name matching, places, refusals, saving) is the core's.
 //
-// Failures: every operation that can fail has an overload taking std::error_code& that reports
-// there and throws nothing but std::bad_alloc (from std::string and std::vector); the overload
-// without it throws std::system_error carrying the same code (Context() throws std::bad_alloc).
-// navo::load reports through its LoadResult and throws only what the callback threw.
+// Failures. A load or conversion reports through its LoadResult and throws only what a callable
+// threw (or std::bad_alloc). The calls of Writer and Output, and Document's getters by name and
+// number, each have an overload taking std::error_code& that reports there and throws nothing but
+// std::bad_alloc, and one without it that throws: Writer and Output navo::refused, a
+// std::system_error carrying the place and reason of the refusal (the std::error_code overloads
+// leave them in last_refusal()); the others std::system_error.
 //
-// Text: values are the bytes of the file, never converted (a NAVO file declares ISO 8859-2; the
-// library's own messages and definitions are CP1250). navo::to_utf8 converts either for display.
-// Field values come back at their full width, trailing blanks included.
+// Text. Every text handed in and out is UTF-8. Values of a file come from its code page
+// (LoadOptions::encoding) at their full width, trailing blanks kept; navo::as::raw gives the
+// file's own bytes instead. A NUL inside a std::string_view handed in is passed as the byte 0x1A,
+// which no name holds and no value may carry: the core refuses it as it refuses any character a
+// NAVO text cannot carry, so that nothing is cut off unseen.
 //
-// Lifetimes: a Document exists only for the duration of the callback that receives it; it can be
-// neither copied nor moved. std::string_view results of a Document (form(), header(),
-// file_header()) point into the library's records and are good until the callback returns; copy
-// them (std::string) to keep them. field(), the notes and everything in LoadResult and Schema are
-// owned copies and stay good for as long as the host keeps them.
+// Lifetimes. A Document exists only while the callable that receives it runs: it can be neither
+// copied nor moved, and the std::string_views it gives (form(), version()) die with it. The
+// std::strings it gives are copies that stay good, as everything in a LoadResult does. Schema,
+// Form, Block and Field references (navo::schema, Document::definition, Writer::schema) stay good
+// for the whole process. A KeptDocument's Document lives as long as the KeptDocument.
 //
-// Threads: the library keeps its load state process-wide (line counters, last error, one callback
-// pointer, the definition text cursor) and is not reentrant. navo::load therefore holds one
-// process-wide mutex for the whole load, and reaches the C++ callable through a trampoline, a plain
-// C function installed with dk_UstawCallBack that finds the callable in a thread_local slot set by
-// the load running on that thread; the previous callback is put back when the load returns. A
-// callback must not start a load (it gets errc::load_in_progress); it may use a Writer. Hosts that
-// call the C API directly as well must not do so while a load runs on another thread.
+// Threads (as navo_front.h). One load at a time in the process: navo::load, navo::convert and
+// navo::open_document wait for a load running on another thread, and one started from a callable
+// of a running load gets errc::load_in_progress. The callables run on the loading thread, one
+// after the other. navo::progress may be called from any thread at any time. A Writer, Output or
+// KeptDocument is used by one thread at a time; separate ones may work on separate threads at
+// once, also beside a load. navo.hpp takes no lock of its own; its only state, beside constants,
+// is one copy of each embedded definition, made once (a function-local static).
 #ifndef NAVO_HPP
 #define NAVO_HPP
 
@@ -43,13 +48,17 @@
 
 #include <algorithm>
 #include <array>
+#include <concepts>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <exception>
 #include <functional>
+#include <initializer_list>
+#include <iterator>
 #include <memory>
-#include <mutex>
 #include <new>
-#include <span>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -57,132 +66,49 @@
 #include <utility>
 #include <vector>
 
-#include "navo.h"
+#include "navo_front.h"
 
 namespace navo {
 
-// ---- Error codes ---------------------------------------------------------------------------
+// ---- codes and messages ------------------------------------------------------------------------
 
 enum class errc : int {
-    ok = 0,                    // library load codes, as dk_GetNAVOError gives them
-    not_navo = 1,
-    open_failed = 2,
-    unexpected_end = 3,
-    unexpected_entry = 4,
-    bad_document = 5,
-    unexpected_block = 6,
-    bad_block_size = 7,
-    document_not_created = 8,
-    out_of_memory = 9,
-    cancelled = 10,
-    no_context = 100,          // refusals of this header; the store and the writer report by result only
-    load_in_progress,
-    unknown_form,
-    unknown_block,
-    unknown_field,
-    bad_index,
-    not_repeating,
-    value_too_wide,
-    bad_value,
-    store_failed,
-    save_failed,
+    ok = NAVO_OK,
+    not_navo = NAVO_NOT_NAVO,  // 1-10: the library's load codes
+    open_failed = NAVO_OPEN_FAILED,
+    unexpected_end = NAVO_UNEXPECTED_END,
+    unexpected_entry = NAVO_UNEXPECTED_ENTRY,
+    bad_document = NAVO_BAD_DOCUMENT,
+    unexpected_block = NAVO_UNEXPECTED_BLOCK,
+    bad_block_size = NAVO_BAD_BLOCK_SIZE,
+    document_not_created = NAVO_DOCUMENT_NOT_CREATED,
+    out_of_memory = NAVO_OUT_OF_MEMORY,
+    cancelled = NAVO_CANCELLED,
+    invalid_argument = NAVO_INVALID_ARGUMENT,  // 100 on: the core's own
+    no_context = NAVO_INVALID_ARGUMENT,        // the same code: a moved-from Writer, Output or KeptDocument
+    load_in_progress = NAVO_LOAD_IN_PROGRESS,
+    unknown_form = NAVO_UNKNOWN_FORM,
+    unknown_block = NAVO_UNKNOWN_BLOCK,
+    unknown_field = NAVO_UNKNOWN_FIELD,
+    bad_index = NAVO_BAD_INDEX,
+    not_repeating = NAVO_NOT_REPEATING,
+    value_too_wide = NAVO_TOO_WIDE,
+    bad_value = NAVO_BAD_CHARACTER,
+    store_failed = NAVO_STORE_FAILED,
+    save_failed = NAVO_SAVE_FAILED,
+    not_encodable = NAVO_NOT_ENCODABLE,
+    not_utf8 = NAVO_NOT_UTF8,
+    unknown_version = NAVO_UNKNOWN_VERSION,
+    content_refused = NAVO_CONTENT_REFUSED,
+    bad_rules = NAVO_BAD_RULES,
+    read_failed = NAVO_READ_FAILED,
 };
-
-inline std::string_view english_message(int code) noexcept
-{
-    switch (static_cast<errc>(code)) {
-    case errc::ok: return "everything is fine";
-    case errc::not_navo: return "bad NAVO file format - this is not a NAVO file";
-    case errc::open_failed: return "the NAVO file could not be opened";
-    case errc::unexpected_end: return "read error - unexpected end of file";
-    case errc::unexpected_entry: return "bad file format - another entry was expected";
-    case errc::bad_document: return "bad document format - error while reading a document";
-    case errc::unexpected_block: return "a block the document's definition does not have";
-    case errc::bad_block_size: return "wrong block size";
-    case errc::document_not_created: return "system error - the document could not be created";
-    case errc::out_of_memory: return "out of memory";
-    case errc::cancelled: return "cancelled";
-    case errc::no_context: return "no context (moved from, or its creation failed)";
-    case errc::load_in_progress: return "a load is running on this thread (a callback must not start one)";
-    case errc::unknown_form: return "no form of that name in the definition";
-    case errc::unknown_block: return "the form has no block with that tag";
-    case errc::unknown_field: return "the block has no field of that name";
-    case errc::bad_index: return "no document or record at that index";
-    case errc::not_repeating: return "the block is not a repeating block";
-    case errc::value_too_wide: return "value wider than its field or line";
-    case errc::bad_value: return "value holds a line feed, carriage return or NUL";
-    case errc::store_failed: return "the document store refused the call (spool file or memory)";
-    case errc::save_failed: return "the file could not be written";
-    }
-    return "unknown navo error";
-}
-
-enum class charset { cp1250, iso8859_2 };
-
-namespace detail {
-// Code points of the bytes 0x80-0xFF; 0xFFFD where CP1250 has no character.
-inline constexpr char16_t cp1250_high[128] = {
-    0x20AC, 0xFFFD, 0x201A, 0xFFFD, 0x201E, 0x2026, 0x2020, 0x2021, 0xFFFD, 0x2030, 0x0160, 0x2039, 0x015A,
-    0x0164, 0x017D, 0x0179, 0xFFFD, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014, 0xFFFD, 0x2122,
-    0x0161, 0x203A, 0x015B, 0x0165, 0x017E, 0x017A, 0x00A0, 0x02C7, 0x02D8, 0x0141, 0x00A4, 0x0104, 0x00A6,
-    0x00A7, 0x00A8, 0x00A9, 0x015E, 0x00AB, 0x00AC, 0x00AD, 0x00AE, 0x017B, 0x00B0, 0x00B1, 0x02DB, 0x0142,
-    0x00B4, 0x00B5, 0x00B6, 0x00B7, 0x00B8, 0x0105, 0x015F, 0x00BB, 0x013D, 0x02DD, 0x013E, 0x017C};
-// 0xA0-0xBF of ISO 8859-2; 0x80-0x9F are the C1 controls and 0xC0-0xFF equal CP1250.
-inline constexpr char16_t latin2_a0[32] = {
-    0x00A0, 0x0104, 0x02D8, 0x0141, 0x00A4, 0x013D, 0x015A, 0x00A7, 0x00A8, 0x0160, 0x015E,
-    0x0164, 0x0179, 0x00AD, 0x017D, 0x017B, 0x00B0, 0x0105, 0x02DB, 0x0142, 0x00B4, 0x013E,
-    0x015B, 0x02C7, 0x00B8, 0x0161, 0x015F, 0x0165, 0x017A, 0x02DD, 0x017E, 0x017C};
-inline constexpr char16_t high_c0[64] = {
-    0x0154, 0x00C1, 0x00C2, 0x0102, 0x00C4, 0x0139, 0x0106, 0x00C7, 0x010C, 0x00C9, 0x0118, 0x00CB, 0x011A,
-    0x00CD, 0x00CE, 0x010E, 0x0110, 0x0143, 0x0147, 0x00D3, 0x00D4, 0x0150, 0x00D6, 0x00D7, 0x0158, 0x016E,
-    0x00DA, 0x0170, 0x00DC, 0x00DD, 0x0162, 0x00DF, 0x0155, 0x00E1, 0x00E2, 0x0103, 0x00E4, 0x013A, 0x0107,
-    0x00E7, 0x010D, 0x00E9, 0x0119, 0x00EB, 0x011B, 0x00ED, 0x00EE, 0x010F, 0x0111, 0x0144, 0x0148, 0x00F3,
-    0x00F4, 0x0151, 0x00F6, 0x00F7, 0x0159, 0x016F, 0x00FA, 0x0171, 0x00FC, 0x00FD, 0x0163, 0x02D9};
-}  // namespace detail
-
-// The bytes as UTF-8; a CP1250 byte without a character becomes U+FFFD.
-inline std::string to_utf8(std::string_view bytes, charset from = charset::iso8859_2)
-{
-    std::string out;
-    out.reserve(bytes.size());
-    for (char ch : bytes) {
-        auto b = static_cast<unsigned char>(ch);
-        char32_t c = b < 0x80 ? b
-                     : b >= 0xC0 ? detail::high_c0[b - 0xC0]
-                     : from == charset::cp1250 ? detail::cp1250_high[b - 0x80]
-                     : b >= 0xA0 ? detail::latin2_a0[b - 0xA0]
-                                 : b;
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
-}
-
-// The library's message for a load code, CP1250 bytes as it gives them; empty for other codes.
-inline std::string library_message(int code)
-{
-    char buffer[200];
-    dk_GetNAVOErrorMessage(code, buffer, static_cast<int32_t>(sizeof buffer));
-    return buffer;
-}
 
 namespace detail {
 class category_impl final : public std::error_category {
 public:
     const char *name() const noexcept override { return "navo"; }
-    std::string message(int code) const override
-    {
-        std::string polish = library_message(code);
-        return polish.empty() ? std::string(english_message(code)) : to_utf8(polish, charset::cp1250);
-    }
+    std::string message(int code) const override { return navo_message(code, NAVO_POLISH); }
 };
 }  // namespace detail
 
@@ -192,12 +118,21 @@ inline const std::error_category &category() noexcept
     return instance;
 }
 
-inline std::error_code make_error_code(errc e) noexcept { return {static_cast<int>(e), category()}; }
+inline std::error_code make_error_code(errc code) noexcept
+{
+    return {static_cast<int>(code), category()};
+}
 
-// English rendering of a code of this category; message() for any other category.
+// The English wording of a code of this category; message() for any other category.
 inline std::string english(const std::error_code &code)
 {
-    return code.category() == category() ? std::string(english_message(code.value())) : code.message();
+    return code.category() == category() ? navo_message(code.value(), NAVO_ENGLISH) : code.message();
+}
+
+// The version of the core, "MAJOR.MINOR.PATCH".
+inline std::string_view version() noexcept
+{
+    return navo_version();
 }
 
 }  // namespace navo
@@ -208,229 +143,505 @@ struct std::is_error_code_enum<navo::errc> : std::true_type {};
 namespace navo {
 
 namespace detail {
-inline void throw_if(const std::error_code &ec, const char *what)
+
+inline std::error_code code_of(std::int32_t code) noexcept
 {
-    if (ec)
-        throw std::system_error(ec, what);
+    return make_error_code(static_cast<errc>(code));
 }
 
-// The library compares names as dk_sdStrCmp does: bytes, ASCII case folded.
-inline bool same_name(std::string_view a, std::string_view b) noexcept
-{
-    if (a.size() != b.size())
-        return false;
-    for (std::size_t i = 0; i < a.size(); i++) {
-        char x = a[i], y = b[i];
-        if (x >= 'a' && x <= 'z')
-            x = static_cast<char>(x - 32);
-        if (y >= 'a' && y <= 'z')
-            y = static_cast<char>(y - 32);
-        if (x != y)
-            return false;
-    }
-    return true;
-}
-
-template <class T>
-const T *find_named(const std::vector<T> &items, std::string_view name, std::string T::*key) noexcept
-{
-    for (const T &item : items)
-        if (same_name(item.*key, name))
-            return &item;
-    return nullptr;
-}
-
-inline std::string fixed(const char *text) { return text != nullptr ? std::string(text) : std::string(); }
-
-// One load at a time in the process; the slot tells a thread that it runs one (see the top).
-inline std::mutex &library_mutex()
-{
-    static std::mutex instance;
-    return instance;
-}
-struct LoadState;
-inline thread_local LoadState *active_load = nullptr;
-
-// Holds the process-wide mutex, unless this thread is inside a load's callback and so holds it.
-class LibraryLock {
+// A text handed in as the NUL-terminated copy a C call takes, a NUL inside it passed as 0x1A.
+class CText {
 public:
-    LibraryLock()
+    explicit CText(std::string_view text)
     {
-        if (active_load == nullptr)
-            lock_ = std::unique_lock<std::mutex>(library_mutex());
+        char *target = inline_;
+        if (text.size() >= sizeof inline_) {
+            large_.resize(text.size());
+            target = large_.data();
+        }
+        if (!text.empty())
+            std::memcpy(target, text.data(), text.size());
+        target[text.size()] = '\0';
+        std::replace(target, target + text.size(), '\0', '\x1A');
+        text_ = target;
     }
+    CText(const CText &) = delete;
+    CText &operator=(const CText &) = delete;
+    const char *get() const noexcept { return text_; }
+
 private:
-    std::unique_lock<std::mutex> lock_;
+    char inline_[256];
+    std::string large_;
+    const char *text_;
 };
+
+// Calls `call(out, size)`, a function of navo_front.h that hands out text the snprintf way, with
+// `out` grown until the text fits. Gives 0, or the code of a failure (and `out` empty).
+template <class Call>
+std::int32_t fetch(std::string &out, Call &&call, std::size_t guess = 256)
+{
+    out.resize(std::max(guess, out.capacity()));
+    for (;;) {
+        const std::int64_t length = call(out.data(), out.size());
+        if (length < 0) {
+            out.clear();
+            return static_cast<std::int32_t>(-length);
+        }
+        const auto size = static_cast<std::size_t>(length);
+        if (size < out.size()) {
+            out.resize(size);
+            return 0;
+        }
+        out.resize(size + 1);
+    }
+}
+
+// Texts each ended by a NUL (the last by the end) into `out`, which keeps its strings' capacity.
+template <class Strings>
+void split_into(std::string_view all, Strings &out, std::size_t &count)
+{
+    count = 0;
+    for (std::size_t start = 0;;) {
+        std::size_t end = all.find('\0', start);
+        if (end == std::string_view::npos)
+            end = all.size();
+        if constexpr (requires { out.emplace_back(); }) {
+            if (count == out.size())
+                out.emplace_back();
+        }
+        if (count < out.size())
+            out[count].assign(all.data() + start, end - start);
+        count++;
+        if (end == all.size())
+            return;
+        start = end + 1;
+    }
+}
+
+template <std::size_t N>
+std::string text_of(const char (&array)[N])
+{
+    return std::string(array, static_cast<std::size_t>(std::find(array, array + N, '\0') - array));
+}
+
+// Copies UTF-8 text into a name of a record, cut at a character's start to fit with its NUL.
+template <std::size_t N>
+void put_text(char (&array)[N], std::string_view text) noexcept
+{
+    std::size_t length = std::min(text.size(), N - 1);
+    while (length < text.size() && length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
+        length--;
+    std::memcpy(array, text.data(), length);
+    array[length] = '\0';
+}
+
+// The entry at a position the core gave, or null for -1 (or a position past the copy).
+template <class T>
+const T *at_position(const std::vector<T> &items, std::int32_t at) noexcept
+{
+    return at < 0 || static_cast<std::size_t>(at) >= items.size() ? nullptr : &items[static_cast<std::size_t>(at)];
+}
+
+// The position of `item` in `items[0, count)`, or -1 (also for null).
+template <class T>
+std::int32_t index_in(const T *item, const T *items, std::int32_t count) noexcept
+{
+    if (item == nullptr || items == nullptr || std::less<const T *>()(item, items) ||
+        !std::less<const T *>()(item, items + count))
+        return -1;
+    return static_cast<std::int32_t>(item - items);
+}
+
+struct Copier;
+struct Access;
 }  // namespace detail
 
-// ---- Context -------------------------------------------------------------------------------
+// ---- code pages --------------------------------------------------------------------------------
 
-class Context {
-public:
-    // Creates a context (dk_Init); throws std::bad_alloc when the library runs out of memory.
-    Context()
-    {
-        std::error_code ec;
-        Context made(ec);
-        if (ec)
-            throw std::bad_alloc();
-        *this = std::move(made);
-    }
-    explicit Context(std::nullptr_t) noexcept {}  // holds nothing, like a moved-from one
-    explicit Context(std::error_code &ec) noexcept
-    {
-        ec.clear();
-        if (!dk_Init(&ctx_)) {
-            reset();  // dk_Init leaves a partly built context behind
-            ec = errc::out_of_memory;
-        }
-    }
-    ~Context() { reset(); }
-    Context(Context &&other) noexcept : ctx_(std::exchange(other.ctx_, nullptr)) {}
-    Context &operator=(Context &&other) noexcept
-    {
-        if (this != &other) {
-            reset();
-            ctx_ = std::exchange(other.ctx_, nullptr);
-        }
-        return *this;
-    }
-    Context(const Context &) = delete;
-    Context &operator=(const Context &) = delete;
+enum class encoding : std::int32_t { iso8859_2 = NAVO_ISO8859_2, cp1250 = NAVO_CP1250 };
 
-    dk_Context *get() const noexcept { return ctx_; }
-    explicit operator bool() const noexcept { return ctx_ != nullptr; }
-
-    // Releases the context now, whatever its state; afterwards get() is null.
-    void reset() noexcept
-    {
-        if (ctx_ == nullptr || dk_Destroy(&ctx_))
-            return;
-        // Refused: the context has no document tables. Tables for its definition make it releasable.
-        if (ctx_->definitions != nullptr && ctx_->definitions->count > 0 && dk_InitDocuments(ctx_, 1) &&
-            dk_Destroy(&ctx_))
-            return;
-        // No definition (or one without forms, or no memory for tables): no call releases such a
-        // context, so its open records are taken down one by one. No document exists in it.
-        if (ctx_->filePool != nullptr) {
-            dk_Free(ctx_->filePool->blocks);
-            dk_Free(ctx_->filePool);
-        }
-        dk_Free(ctx_->documentLists);
-        dk_Free(ctx_->footer.notes);
-        dk_dfDestroy(&ctx_->definitions);
-        dk_sdDestroy(&ctx_->dictionary);
-        dk_Free(ctx_);
-        ctx_ = nullptr;
-    }
-
-private:
-    dk_Context *ctx_ = nullptr;
-};
-
-// ---- Definitions as data -------------------------------------------------------------------
-
-enum class version { v1_2, v1_3 };
-
-inline std::string_view version_name(version v) noexcept { return v == version::v1_2 ? "1.2" : "1.3"; }
-inline const char *definition_text(version v) noexcept
+// The encoding a name gives ("iso8859-2", "latin2", "cp1250", "windows-1250", ...; any ASCII case).
+inline std::optional<encoding> encoding_named(std::string_view name)
 {
-    return v == version::v1_2 ? GetDefTXT_1_2() : GetDefTXT_1_3();
+    const std::int32_t found = navo_encoding_named(detail::CText(name).get());
+    if (found < 0)
+        return std::nullopt;
+    return static_cast<encoding>(found);
 }
+
+inline std::string_view encoding_name(encoding code_page) noexcept
+{
+    return navo_encoding_name(static_cast<std::int32_t>(code_page));
+}
+
+// Raw bytes of a code page as UTF-8; every byte has a character (see navo_front.h, Text).
+inline std::string to_utf8(std::string_view raw, encoding from = encoding::iso8859_2)
+{
+    std::string out;
+    const std::int32_t code = detail::fetch(
+        out,
+        [&](char *buffer, std::size_t size) {
+            return navo_to_utf8(static_cast<std::int32_t>(from), raw.data(), raw.size(), buffer, size);
+        },
+        raw.size() * 3 + 1);
+    if (code != 0)
+        throw std::system_error(detail::code_of(code), "navo::to_utf8");
+    return out;
+}
+
+// UTF-8 as raw bytes of a code page: errc::not_utf8, or errc::not_encodable for a character the
+// code page lacks (with `substitute` such a character becomes '?').
+inline std::string from_utf8(std::string_view text, encoding to, std::error_code &ec, bool substitute = false)
+{
+    std::string out;
+    ec = detail::code_of(detail::fetch(
+        out,
+        [&](char *buffer, std::size_t size) {
+            return navo_from_utf8(static_cast<std::int32_t>(to), text.data(), text.size(), substitute ? 1 : 0,
+                                  buffer, size, nullptr);
+        },
+        text.size() + 1));
+    return out;
+}
+inline std::string from_utf8(std::string_view text, encoding to = encoding::iso8859_2, bool substitute = false)
+{
+    std::error_code ec;
+    std::string out = from_utf8(text, to, ec, substitute);
+    if (ec)
+        throw std::system_error(ec, "navo::from_utf8");
+    return out;
+}
+
+// ---- the forms as data -------------------------------------------------------------------------
+// Copies of the core's records; each keeps the record it was copied from (native()), and the
+// lookups by name ask the core (see navo_front.h, Names).
 
 struct Field {
     std::string name;
-    int offset = 0;  // in the record
+    std::string type;  // the type column of its line in the definition; "" without one
+    int offset = 0;    // in the record
     int width = 0;
+
+    const navo_field_def *native() const noexcept { return native_; }
+
+private:
+    friend struct detail::Copier;
+    const navo_field_def *native_ = nullptr;
 };
 
 struct Block {
-    std::string tag;   // what a host names it by, e.g. "DIPL"
-    std::string name;  // its name inside the definition text
+    std::string tag;         // what files and hosts name it by, e.g. "DIPL"
+    std::string name;        // its name in the definition text, e.g. "DaneIdPlSklaBlf"
+    bool repeating = false;  // any number of records, at least one
     int record_length = 0;
-    bool repeating = false;  // referenced with occurrence mark -1: any number of records
-    std::vector<Field> fields;
-    const Field *field(std::string_view fieldName) const noexcept
+    std::vector<Field> fields;  // in the order of the record
+
+    const Field *field(std::string_view fieldName) const
     {
-        return detail::find_named(fields, fieldName, &Field::name);
+        return detail::at_position(fields, navo_block_field(native_, detail::CText(fieldName).get()));
     }
+    const navo_block_def *native() const noexcept { return native_; }
+
+private:
+    friend struct detail::Copier;
+    const navo_block_def *native_ = nullptr;
 };
 
 struct Form {
     std::string name;
     std::vector<Block> blocks;  // in the order of the form
-    const Block *block(std::string_view blockTag) const noexcept
+
+    const Block *block(std::string_view tag) const
     {
-        return detail::find_named(blocks, blockTag, &Block::tag);
+        return detail::at_position(blocks, navo_form_block(native_, detail::CText(tag).get()));
     }
+    const navo_form_def *native() const noexcept { return native_; }
+
+private:
+    friend struct detail::Copier;
+    const navo_form_def *native_ = nullptr;
 };
 
 struct Schema {
-    std::string name;  // the definition's name
-    std::vector<Form> forms;
-    const Form *form(std::string_view formName) const noexcept
-    {
-        return detail::find_named(forms, formName, &Form::name);
-    }
+    std::string version;  // "1.3", "1.2"
+    std::string name;     // the definition's name, from its first line
+    std::vector<Form> forms;  // in definition order
 
-    // A copy of definition 0 of a context; empty when it has none.
-    static Schema of(const dk_Context &ctx)
+    const Form *form(std::string_view formName) const
+    {
+        if (native_ == nullptr)
+            return nullptr;
+        const navo_form_def *found = navo_schema_form(native_, detail::CText(formName).get());
+        return detail::at_position(forms, detail::index_in(found, native_->forms, native_->form_count));
+    }
+    const navo_schema *native() const noexcept { return native_; }
+
+private:
+    friend struct detail::Copier;
+    const navo_schema *native_ = nullptr;
+};
+
+namespace detail {
+struct Copier {
+    static Schema copy(const navo_schema &native)
     {
         Schema schema;
-        if (ctx.definitions == nullptr || ctx.definitions->count < 1 || ctx.dictionary == nullptr)
-            return schema;
-        const dk_dfDefinition &def = ctx.definitions->items[0];
-        char **strings = ctx.dictionary->strings;
-        schema.name = detail::fixed(def.name);
-        schema.forms.reserve(static_cast<std::size_t>(def.formCount));
-        for (const dk_dfForm &f : std::span(def.forms, static_cast<std::size_t>(def.formCount))) {
-            Form &form = schema.forms.emplace_back();
-            form.name = detail::fixed(strings[f.id]);
-            for (const dk_dfBlockRef &ref : std::span(f.refs, static_cast<std::size_t>(f.refCount))) {
-                const dk_dfBlock &b = def.blocks[ref.blockIndex];
-                Block &block = form.blocks.emplace_back();
-                block.tag = detail::fixed(strings[b.tagId]);
-                block.name = detail::fixed(b.name);
-                block.record_length = b.recordLength;
-                block.repeating = ref.occurrence == -1;
-                for (const dk_dfField &fd : std::span(b.fields, static_cast<std::size_t>(b.fieldCount)))
-                    block.fields.push_back({detail::fixed(strings[fd.nameId]), fd.offset, fd.width});
+        schema.version = native.version;
+        schema.name = native.name;
+        schema.native_ = &native;
+        schema.forms.resize(static_cast<std::size_t>(native.form_count));
+        for (std::size_t f = 0; f < schema.forms.size(); f++) {
+            const navo_form_def &formDef = native.forms[f];
+            Form &form = schema.forms[f];
+            form.name = formDef.name;
+            form.native_ = &formDef;
+            form.blocks.resize(static_cast<std::size_t>(formDef.block_count));
+            for (std::size_t b = 0; b < form.blocks.size(); b++) {
+                const navo_block_def &blockDef = formDef.blocks[b];
+                Block &block = form.blocks[b];
+                block.tag = blockDef.tag;
+                block.name = blockDef.name;
+                block.repeating = blockDef.repeating != 0;
+                block.record_length = blockDef.record_length;
+                block.native_ = &blockDef;
+                block.fields.resize(static_cast<std::size_t>(blockDef.field_count));
+                for (std::size_t i = 0; i < block.fields.size(); i++) {
+                    const navo_field_def &fieldDef = blockDef.fields[i];
+                    Field &field = block.fields[i];
+                    field.name = fieldDef.name;
+                    field.type = fieldDef.type;
+                    field.offset = fieldDef.offset;
+                    field.width = fieldDef.width;
+                    field.native_ = &fieldDef;
+                }
             }
         }
         return schema;
     }
 };
 
-namespace detail {
-// A context holding `v` as definition 0 with document tables, ready to build documents.
-inline Context defined_context(version v, std::error_code &ec)
+// The process's one copy of an embedded definition; null for another record. Throws
+// std::bad_alloc (and makes the copy again at the next call).
+inline const Schema *copy_of(const navo_schema *native)
 {
-    Context ctx(ec);
-    if (ec)
-        return ctx;
-    LibraryLock lock;  // the definition loader keeps its text cursor process-wide
-    if (!dk_dfLoadDefinition(ctx.get()->definitions, ctx.get()->dictionary, definition_text(v)) ||
-        !dk_InitDocuments(ctx.get(), 10))
-        ec = errc::out_of_memory;
-    return ctx;
+    if (native == nullptr)
+        return nullptr;
+    if (native == navo_schema_of("1.3")) {
+        static const Schema copy = Copier::copy(*native);
+        return &copy;
+    }
+    if (native == navo_schema_of("1.2")) {
+        static const Schema copy = Copier::copy(*native);
+        return &copy;
+    }
+    return nullptr;
+}
+
+// The versions navo_front.h names; the core gives null for others and when memory runs out.
+inline bool known_version(std::string_view version) noexcept
+{
+    return version == "1.3" || version == "1.2";
+}
+
+inline const Schema &no_schema() noexcept
+{
+    static const Schema none;
+    return none;
+}
+inline const Form &no_form() noexcept
+{
+    static const Form none;
+    return none;
 }
 }  // namespace detail
 
-inline Schema schema(version v, std::error_code &ec)
+// The forms of definition `version` ("1.3" or "1.2"): errc::unknown_version for another.
+inline const Schema *schema(std::string_view version, std::error_code &ec)
 {
-    Context ctx = detail::defined_context(v, ec);
-    return ec ? Schema{} : Schema::of(*ctx.get());
+    const navo_schema *native = navo_schema_of(detail::CText(version).get());
+    const Schema *copy = nullptr;
+    try {
+        copy = detail::copy_of(native);
+    } catch (const std::bad_alloc &) {
+    }
+    ec = detail::code_of(copy != nullptr                   ? NAVO_OK
+                         : !detail::known_version(version) ? NAVO_UNKNOWN_VERSION
+                                                           : NAVO_OUT_OF_MEMORY);
+    return copy;
 }
-inline Schema schema(version v)
+inline const Schema &schema(std::string_view version)
 {
     std::error_code ec;
-    Schema result = schema(v, ec);
-    detail::throw_if(ec, "navo::schema");
-    return result;
+    const Schema *found = schema(version, ec);
+    if (ec == errc::out_of_memory)
+        throw std::bad_alloc();
+    if (ec)
+        throw std::system_error(ec, "navo::schema");
+    return *found;
 }
 
-// ---- Reading -------------------------------------------------------------------------------
+// ---- places, faults, refusals ------------------------------------------------------------------
+
+// Where something is in a file or a writer's documents; what is not known is empty.
+struct Place {
+    std::string area;             // "prolog", "file header", "section", "document header", "body", "notes", "footer"
+    std::optional<int> document;  // from 1
+    std::string form;
+    std::string block;            // a block's tag; "BLAD" or "OCR" for a note
+    std::optional<int> record;    // of the block, of a note or of a line, from 0
+    std::string field;            // a field's name; "line3" for a header's line, "text2" for a note's
+    std::optional<int> expected;  // the length of the element's text the format wants, where a length is at fault
+    std::optional<int> found;     // ... and the length it has
+    std::optional<int> field_expected;  // the same for the one line of `field` at fault
+    std::optional<int> field_found;
+    std::optional<int> line;            // line of the file, from 1
+    std::optional<std::int64_t> offset;  // bytes of the file before the place
+
+    // The place in the words of every front end, without line and offset (navo_place_describe).
+    std::string describe() const;
+};
+
+struct Fault {
+    std::error_code code;   // as the load's code: 1-5 or 9 (5 for any fault in a section)
+    std::error_code cause;  // what the loader raised first
+    Place place;
+    std::string detail;     // English, naming no value of the file
+};
+
+struct Refusal {
+    std::error_code code;
+    Place place;
+    std::string reason;  // English, naming no value
+};
+
+// What a Writer's or Output's throwing call throws.
+class refused : public std::system_error {
+public:
+    explicit refused(Refusal refusal)
+        : std::system_error(refusal.code, what_of(refusal)),
+          refusal_(std::make_shared<const Refusal>(std::move(refusal)))
+    {
+    }
+    const Refusal &refusal() const noexcept { return *refusal_; }
+    const Place &place() const noexcept { return refusal_->place; }
+    const std::string &reason() const noexcept { return refusal_->reason; }
+
+private:
+    static std::string what_of(const Refusal &refusal)
+    {
+        const std::string where = refusal.place.describe();
+        return where.empty() ? refusal.reason : refusal.reason + " (" + where + ")";
+    }
+    std::shared_ptr<const Refusal> refusal_;  // shared, so that copies of the exception throw nothing
+};
+
+namespace detail {
+inline Place place_of(const navo_place &native)
+{
+    Place place;
+    place.area = navo_area_name(native.area);
+    place.form = text_of(native.form);
+    place.block = text_of(native.block);
+    place.field = text_of(native.field);
+    const auto known = [](std::optional<int> &to, std::int32_t value, std::int32_t least) {
+        if (value >= least)
+            to = value;
+    };
+    known(place.document, native.document, 1);
+    known(place.record, native.record, 0);
+    known(place.expected, native.expected, 0);
+    known(place.found, native.found, 0);
+    known(place.field_expected, native.field_expected, 0);
+    known(place.field_found, native.field_found, 0);
+    known(place.line, native.line, 1);
+    if (native.offset >= 0)
+        place.offset = native.offset;
+    return place;
+}
+
+inline navo_place native_of(const Place &place) noexcept
+{
+    navo_place native{};
+    for (std::int32_t area = 1; *navo_area_name(area) != '\0'; area++) {
+        if (place.area == navo_area_name(area))
+            native.area = area;
+    }
+    native.document = place.document.value_or(0);
+    native.record = place.record.value_or(-1);
+    native.expected = place.expected.value_or(-1);
+    native.found = place.found.value_or(-1);
+    native.field_expected = place.field_expected.value_or(-1);
+    native.field_found = place.field_found.value_or(-1);
+    native.line = place.line.value_or(0);
+    native.offset = place.offset.value_or(-1);
+    put_text(native.form, place.form);
+    put_text(native.block, place.block);
+    put_text(native.field, place.field);
+    return native;
+}
+
+inline Fault fault_of(const navo_fault &native)
+{
+    return {code_of(native.code), code_of(native.cause), place_of(native.place), text_of(native.detail)};
+}
+
+// A refusal that tells nothing yet: code 0, no place.
+inline navo_refusal no_refusal() noexcept
+{
+    navo_refusal why{};
+    why.place = native_of(Place{});
+    return why;
+}
+
+// The refusal slot of a Writer or an Output: each call of the core fills it when it refuses.
+class Refusals {
+public:
+    Refusal last_refusal() const
+    {
+        return {code_of(why_.code), place_of(why_.place), text_of(why_.reason)};
+    }
+
+protected:
+    template <class Call>
+    void run(std::error_code &ec, Call &&call)
+    {
+        ec = code_of(call(&why_));
+    }
+    // Runs the std::error_code overload of a call; a refusal throws navo::refused.
+    template <class Call>
+    auto checked(Call &&call) -> std::invoke_result_t<Call &, std::error_code &>
+    {
+        std::error_code ec;
+        if constexpr (std::is_void_v<std::invoke_result_t<Call &, std::error_code &>>) {
+            call(ec);
+            if (ec)
+                throw refused(last_refusal());
+        } else {
+            auto result = call(ec);
+            if (ec)
+                throw refused(last_refusal());
+            return result;
+        }
+    }
+    navo_refusal why_ = no_refusal();
+};
+}  // namespace detail
+
+inline std::string Place::describe() const
+{
+    const navo_place native = detail::native_of(*this);
+    std::string out;
+    const std::int32_t code = detail::fetch(
+        out, [&](char *buffer, std::size_t size) { return navo_place_describe(&native, buffer, size); });
+    if (code == NAVO_OUT_OF_MEMORY)
+        throw std::bad_alloc();
+    return out;
+}
+
+// ---- reading -----------------------------------------------------------------------------------
+
+// How values come: UTF-8 from the file's code page, or the file's own bytes.
+enum class as { utf8, raw };
 
 struct ErrorNote {
     std::array<std::string, 4> text;
@@ -440,534 +651,900 @@ struct OcrNote {
     std::array<std::string, 6> text;
 };
 
-namespace detail {
-inline std::vector<ErrorNote> copy_notes(const dk_ErrorNote *notes, int32_t count)
-{
-    std::vector<ErrorNote> out;
-    for (int32_t i = 0; i < count; i++)
-        out.push_back({{notes[i].text1, notes[i].text2, notes[i].text3, notes[i].text4}});
-    return out;
-}
-}  // namespace detail
+struct LoadOptions {
+    navo::encoding encoding = navo::encoding::iso8859_2;  // the file's code page
+    bool keep_going = false;  // after a faulty section go on with the next one; each fault is reported
+};
 
-// One document of a running load, handed to the callback. See the top for what outlives it.
-class Document {
+enum class outcome { failed = NAVO_FAILED, done = NAVO_DONE, stopped = NAVO_STOPPED };
+
+struct [[nodiscard]] LoadResult {
+    navo::outcome outcome = navo::outcome::failed;
+    std::error_code code;  // errc::ok after a whole file, errc::cancelled after a stop, else the failure's
+    int line = 0;          // where the reader stood at the end
+    int lines = 0;         // the file's line count
+    int documents = 0;     // documents handed out whole
+    std::optional<Fault> fault;  // the first fault
+    std::vector<Fault> faults;   // every fault, in the order of the file (more than one with keep_going)
+    // The place of the first fault: empty when not known, or when there is no fault.
+    std::optional<int> document;
+    std::string form;
+    std::string block;
+    std::optional<int> record;
+    std::string field;
+    // The file's definition version, header and notes, once the load has read them (navo::load;
+    // not navo::convert, which puts them in its output).
+    std::string version;
+    std::array<std::string, 5> file_header;
+    std::vector<ErrorNote> file_notes;
+
+    explicit operator bool() const noexcept { return outcome == navo::outcome::done; }
+};
+
+// A block of the document's form: by tag, or as a Block of its definition.
+class BlockRef {
 public:
-    Document(dk_Context *ctx, const char *form, int32_t index, const Form &definition) noexcept
-        : ctx_(ctx), form_(form), index_(index), definition_(definition)
+    BlockRef(const Block &block) noexcept : block_(&block) {}
+    template <class Name>
+        requires std::is_convertible_v<const Name &, std::string_view>
+    BlockRef(const Name &tag) : tag_(tag)
     {
     }
+
+private:
+    friend class Document;
+    const Block *block_ = nullptr;
+    std::string_view tag_;
+};
+
+// A field of a block: by name, or as a Field of the block's definition.
+class FieldRef {
+public:
+    FieldRef(const Field &field) noexcept : field_(&field) {}
+    template <class Name>
+        requires std::is_convertible_v<const Name &, std::string_view>
+    FieldRef(const Name &name) : name_(name)
+    {
+    }
+
+private:
+    friend class Document;
+    const Field *field_ = nullptr;
+    std::string_view name_;
+};
+
+// One document of a load, handed to the callable; see the top for what outlives it.
+class Document {
+public:
     Document(const Document &) = delete;
     Document &operator=(const Document &) = delete;
 
-    std::string_view form() const noexcept { return form_; }
-    int index() const noexcept { return index_; }
-    const Form &definition() const noexcept { return definition_; }  // its blocks and fields
-    dk_Context *context() const noexcept { return ctx_; }            // for the C calls
+    std::string_view form() const noexcept { return form_->name; }
+    int number() const noexcept { return doc_ != nullptr ? navo_document_number(doc_) : 0; }  // from 1
+    const Form &definition() const noexcept { return *form_; }
+    std::string_view version() const noexcept { return navo_file_version(navo_document_file(doc_)); }
 
-    // The 14 header lines, each at the width the file gave it.
-    std::array<std::string_view, 14> header() const noexcept
+    std::array<std::string, 14> header(as text = as::utf8) const
     {
-        dk_DocHeader *h = nullptr;
-        if (!dk_GetDocHeader(ctx_, form_, index_, &h))
-            return {};
-        return {h->line1, h->line2, h->line3, h->line4,  h->line5,  h->line6,  h->line7,
-                h->line8, h->line9, h->line10, h->line11, h->line12, h->line13, h->line14};
+        return lines<14>(
+            [&](char *out, std::size_t size) { return navo_document_header(doc_, flags(text), out, size); });
     }
-    // The 5 lines of the file header (read before the first document).
-    std::array<std::string_view, 5> file_header() const noexcept
+    std::array<std::string, 5> file_header(as text = as::utf8) const
     {
-        const dk_FileHeader &h = ctx_->header;
-        return {h.line1, h.line2, h.line3, h.line4, h.line5};
+        return lines<5>([&](char *out, std::size_t size) {
+            return navo_file_header(navo_document_file(doc_), flags(text), out, size);
+        });
     }
 
     // Records of a block: 1 for a single block.
-    int records(std::string_view block, std::error_code &ec) const
+    int records(BlockRef block, std::error_code &ec) const
     {
-        ec.clear();
-        const Block *b = definition_.block(block);
-        if (b == nullptr) {
-            ec = errc::unknown_block;
+        const std::int32_t at = block_at(block, ec);
+        if (at < 0)
             return 0;
-        }
-        if (!b->repeating)
-            return 1;
-        int32_t count = 0;
-        if (!dk_GetBlockCount(ctx_, form_, index_, b->tag.c_str(), &count)) {
-            ec = errc::store_failed;
-            return 0;
-        }
-        return count;
+        const std::int32_t count = navo_document_records(doc_, at);
+        ec = detail::code_of(count < 0 ? -count : NAVO_OK);
+        return count < 0 ? 0 : count;
     }
-    int records(std::string_view block) const
+    int records(BlockRef block) const
     {
         std::error_code ec;
-        int count = records(block, ec);
-        detail::throw_if(ec, "navo::Document::records");
+        const int count = records(block, ec);
+        check(ec);
         return count;
     }
 
     // A field's value at its full width.
-    std::string field(std::string_view block, int record, std::string_view name, std::error_code &ec) const
+    std::string field(BlockRef block, int index, FieldRef name, std::error_code &ec, as text = as::utf8) const
     {
-        ec.clear();
-        const Block *b = definition_.block(block);
-        const Field *f = b != nullptr ? b->field(name) : nullptr;
-        if (f == nullptr) {
-            ec = b == nullptr ? errc::unknown_block : errc::unknown_field;
-            return {};
-        }
-        if (record < 0 || (!b->repeating && record != 0)) {
-            ec = errc::bad_index;
-            return {};
-        }
-        std::string value(static_cast<std::size_t>(f->width) + 1, '\0');
-        if (!dk_GetField(ctx_, form_, index_, b->tag.c_str(), record, f->name.c_str(), value.data(),
-                         static_cast<int32_t>(value.size()))) {
-            int count = records(block, ec);
-            ec = !ec && record >= count ? errc::bad_index : errc::store_failed;
-            return {};
-        }
-        value.resize(std::char_traits<char>::length(value.c_str()));
+        const std::int32_t at = block_at(block, ec);
+        const std::int32_t position = at < 0 ? -1 : field_at(at, name, ec);
+        std::string value;
+        if (position < 0)
+            return value;
+        char buffer[256];
+        std::int64_t length = navo_document_value(doc_, at, index, position, flags(text), buffer, sizeof buffer);
+        if (length >= 0 && static_cast<std::size_t>(length) < sizeof buffer)
+            value.assign(buffer, static_cast<std::size_t>(length));
+        else if (length >= 0)
+            length = -detail::fetch(value, [&](char *out, std::size_t size) {
+                return navo_document_value(doc_, at, index, position, flags(text), out, size);
+            });
+        ec = detail::code_of(length < 0 ? static_cast<std::int32_t>(-length) : NAVO_OK);
         return value;
     }
-    std::string field(std::string_view block, int record, std::string_view name) const
+    std::string field(BlockRef block, int index, FieldRef name, as text = as::utf8) const
     {
         std::error_code ec;
-        std::string value = field(block, record, name, ec);
-        detail::throw_if(ec, "navo::Document::field");
+        std::string value = field(block, index, name, ec, text);
+        check(ec);
         return value;
     }
 
-    std::vector<ErrorNote> error_notes() const
+    // Every field of one record in the block's order, into `values` (whose strings are reused).
+    void record(BlockRef block, int index, std::vector<std::string> &values, std::error_code &ec,
+                as text = as::utf8) const
     {
-        dk_DocFooter *footer = nullptr;
-        if (!dk_GetDocFooter(ctx_, form_, index_, &footer))
-            return {};
-        return detail::copy_notes(footer->errorNotes, footer->errorCount);
+        const std::int32_t at = block_at(block, ec);
+        if (at < 0)
+            return;
+        char buffer[4096];
+        std::string large;
+        std::int64_t length = navo_document_record(doc_, at, index, flags(text), buffer, sizeof buffer);
+        std::string_view all(buffer, length >= 0 ? std::min(static_cast<std::size_t>(length), sizeof buffer) : 0);
+        if (length >= 0 && static_cast<std::size_t>(length) >= sizeof buffer) {
+            length = -detail::fetch(large, [&](char *out, std::size_t size) {
+                return navo_document_record(doc_, at, index, flags(text), out, size);
+            });
+            all = large;
+        }
+        ec = detail::code_of(length < 0 ? static_cast<std::int32_t>(-length) : NAVO_OK);
+        if (length < 0)
+            return;
+        std::size_t count = 0;
+        detail::split_into(all, values, count);
+        values.resize(count);
     }
-    std::vector<OcrNote> ocr_notes() const
+    std::vector<std::string> record(BlockRef block, int index, as text = as::utf8) const
     {
-        std::vector<OcrNote> out;
-        dk_DocFooter *footer = nullptr;
-        if (!dk_GetDocFooter(ctx_, form_, index_, &footer))
-            return out;
-        for (const dk_OcrNote &n : std::span(footer->ocrNotes, static_cast<std::size_t>(footer->ocrCount)))
-            out.push_back({n.kind, {n.text1, n.text2, n.text3, n.text4, n.text5, n.text6}});
+        std::vector<std::string> values;
+        std::error_code ec;
+        record(block, index, values, ec, text);
+        check(ec);
+        return values;
+    }
+
+    std::vector<ErrorNote> error_notes(as text = as::utf8) const
+    {
+        std::vector<ErrorNote> notes(note_count(NAVO_ERROR_NOTE));
+        for (std::size_t i = 0; i < notes.size(); i++)
+            notes[i].text = note<4>(NAVO_ERROR_NOTE, i, text, nullptr);
+        return notes;
+    }
+    std::vector<OcrNote> ocr_notes(as text = as::utf8) const
+    {
+        std::vector<OcrNote> notes(note_count(NAVO_OCR_NOTE));
+        for (std::size_t i = 0; i < notes.size(); i++)
+            notes[i].text = note<6>(NAVO_OCR_NOTE, i, text, &notes[i].kind);
+        return notes;
+    }
+
+    const navo_document *native() const noexcept { return doc_; }
+
+private:
+    friend struct detail::Access;
+    friend class KeptDocument;
+
+    Document() noexcept = default;
+    // Throws std::bad_alloc when the copy of its definition cannot be made.
+    explicit Document(const navo_document *doc) : doc_(doc)
+    {
+        const navo_form_def *native = navo_document_form(doc);
+        const Schema *schema = detail::copy_of(navo_file_schema(navo_document_file(doc)));
+        const std::int32_t at =
+            schema != nullptr ? detail::index_in(native, schema->native()->forms, schema->native()->form_count) : -1;
+        if (at < 0)
+            throw std::bad_alloc();
+        form_ = &schema->forms[static_cast<std::size_t>(at)];
+    }
+
+    static std::int32_t flags(as text) noexcept { return NAVO_KEEP_PADDING | (text == as::raw ? NAVO_RAW : 0); }
+    static void check(const std::error_code &ec)
+    {
+        if (ec == errc::out_of_memory)
+            throw std::bad_alloc();
+        if (ec)
+            throw std::system_error(ec, "navo::Document");
+    }
+
+    template <std::size_t N, class Call>
+    static std::array<std::string, N> lines(Call &&call)
+    {
+        std::string all;
+        check(detail::code_of(detail::fetch(all, call, 1024)));
+        std::array<std::string, N> out;
+        std::size_t count = 0;
+        detail::split_into(all, out, count);
         return out;
     }
 
-    // Progress: the line the reader stands on and the file's line count.
-    int line() const noexcept { return dk_GetNAVOLine(); }
-    int lines() const noexcept { return i_lLinii; }
-
-private:
-    dk_Context *ctx_;
-    const char *form_;
-    int32_t index_;
-    const Form &definition_;
-};
-
-enum class outcome { done, stopped, failed };
-
-struct [[nodiscard]] LoadResult {
-    navo::outcome outcome = navo::outcome::failed;
-    std::error_code code;  // errc::ok after a whole file, errc::cancelled after a stop
-    int line = 0;          // where the reader stood; after a failure the line of the fault
-    int lines = 0;         // the file's line count
-    std::array<std::string, 5> file_header;
-    std::vector<ErrorNote> file_notes;
-    explicit operator bool() const noexcept { return outcome == navo::outcome::done; }
-};
-
-namespace detail {
-struct LoadState {
-    void *callable = nullptr;
-    bool (*invoke)(void *, const Document &) = nullptr;
-    Schema schema;
-    bool haveSchema = false;
-    std::exception_ptr error;
-};
-
-// The C callback of every load started here: calls the callable of the load running on this
-// thread. A throwing callable stops the load; load() rethrows once the library has returned.
-inline int32_t NAVO_CALL trampoline(dk_Context *ctx, const char *form, int32_t docIndex) noexcept
-{
-    LoadState *state = active_load;
-    if (state == nullptr || state->error)
-        return state == nullptr ? 0 : 1;
-    try {
-        if (!state->haveSchema) {
-            state->schema = Schema::of(*ctx);
-            state->haveSchema = true;
-        }
-        static const Form none;
-        const Form *definition = state->schema.form(form);
-        Document document(ctx, form, docIndex, definition != nullptr ? *definition : none);
-        return state->invoke(state->callable, document) ? 0 : 1;
-    } catch (...) {
-        state->error = std::current_exception();
-        return 1;
+    std::size_t note_count(std::int32_t element) const
+    {
+        const std::int32_t count = navo_document_notes(doc_, element);
+        check(detail::code_of(count < 0 ? -count : NAVO_OK));
+        return static_cast<std::size_t>(count);
     }
+    template <std::size_t N>
+    std::array<std::string, N> note(std::int32_t element, std::size_t index, as text, int *kind) const
+    {
+        return lines<N>([&](char *out, std::size_t size) {
+            return navo_document_note(doc_, element, static_cast<std::int32_t>(index), flags(text), out, size, kind);
+        });
+    }
+
+    // The block's position in the form, or -1 with `ec` set.
+    std::int32_t block_at(const BlockRef &block, std::error_code &ec) const
+    {
+        const navo_form_def *native = form_->native();
+        std::int32_t at = -1;
+        if (block.block_ != nullptr)
+            at = native != nullptr ? detail::index_in(block.block_->native(), native->blocks, native->block_count) : -1;
+        else
+            at = navo_form_block(native, detail::CText(block.tag_).get());
+        ec = detail::code_of(at >= 0 ? NAVO_OK : doc_ == nullptr ? NAVO_INVALID_ARGUMENT : NAVO_UNKNOWN_BLOCK);
+        return at;
+    }
+    std::int32_t field_at(std::int32_t block, const FieldRef &name, std::error_code &ec) const
+    {
+        const navo_block_def &native = form_->native()->blocks[block];
+        const std::int32_t at = name.field_ != nullptr
+                                    ? detail::index_in(name.field_->native(), native.fields, native.field_count)
+                                    : navo_block_field(&native, detail::CText(name.name_).get());
+        ec = detail::code_of(at >= 0 ? NAVO_OK : NAVO_UNKNOWN_FIELD);
+        return at;
+    }
+
+    const navo_document *doc_ = nullptr;
+    const Form *form_ = &detail::no_form();
+};
+
+// The line the running load stands on and the file's line count, or 0 and 0; from any thread.
+struct Progress {
+    int line = 0;
+    int lines = 0;
+};
+inline Progress progress() noexcept
+{
+    std::int32_t line = 0;
+    std::int32_t lines = 0;
+    navo_progress(&line, &lines);
+    return {line, lines};
 }
 
-// Puts back the callback and the thread's slot however the load ends.
-struct LoadScope {
-    explicit LoadScope(LoadState &state) : previous(OnNAVODocument)
-    {
-        active_load = &state;
-        dk_UstawCallBack(&trampoline);
-    }
-    ~LoadScope()
-    {
-        dk_UstawCallBack(previous);
-        active_load = nullptr;
-    }
-    LoadScope(const LoadScope &) = delete;
-    LoadScope &operator=(const LoadScope &) = delete;
-    dk_DocumentCallback previous;
+namespace detail {
+
+struct Access {
+    static Document view(const navo_document *doc) { return Document(doc); }
 };
+
+// Takes the place of a callable not given.
+struct NoCallback {};
+
+template <class F>
+concept document_callable = std::is_invocable_r_v<bool, F &, const Document &>;
+template <class F>
+concept fault_callable =
+    std::is_same_v<std::remove_cvref_t<F>, NoCallback> ||
+    (std::is_invocable_v<F &, const Fault &> &&
+     (std::is_void_v<std::invoke_result_t<F &, const Fault &>> || std::is_invocable_r_v<bool, F &, const Fault &>));
+template <class F>
+concept sink_callable = std::is_invocable_r_v<bool, F &, std::string_view, std::string_view>;
+
+inline navo_load_options options_of(const LoadOptions &options) noexcept
+{
+    navo_load_options native{};
+    native.encoding = static_cast<std::int32_t>(options.encoding);
+    native.keep_going = options.keep_going ? 1 : 0;
+    return native;
+}
+
+// The one bridge from the core's C callbacks to C++ callables. Nothing thrown crosses the C
+// frames: the first exception stops the load and finish() rethrows it once the core returned.
+template <class OnDocument, class OnFault, class Sink>
+class Bridge {
+public:
+    Bridge(OnDocument *onDocument, OnFault *onFault, Sink *sink, LoadResult &result) noexcept
+        : onDocument_(onDocument), onFault_(onFault), sink_(sink), result_(result)
+    {
+    }
+    Bridge(const Bridge &) = delete;
+    Bridge &operator=(const Bridge &) = delete;
+
+    navo_load_callbacks callbacks() noexcept
+    {
+        navo_load_callbacks native{};
+        native.user = this;
+        native.fault = &Bridge::on_fault;
+        if constexpr (!std::is_same_v<OnDocument, NoCallback>) {
+            native.file = &Bridge::on_file;
+            native.document = &Bridge::on_document;
+            native.end = &Bridge::on_end;
+        }
+        return native;
+    }
+
+    static std::int32_t NAVO_FRONT_CALL on_write(void *user, const char *table, const char *bytes,
+                                                 std::size_t size) noexcept
+    {
+        auto &self = *static_cast<Bridge *>(user);
+        return self.guard([&] {
+            return std::invoke(*self.sink_, table != nullptr ? std::string_view(table) : std::string_view(),
+                               std::string_view(bytes, size));
+        });
+    }
+
+    void finish(const navo_load_result &native)
+    {
+        if (error_)
+            std::rethrow_exception(error_);
+        result_.outcome = static_cast<outcome>(native.outcome);
+        result_.code = code_of(native.code);
+        result_.line = native.line;
+        result_.lines = native.lines;
+        result_.documents = native.documents;
+        if (native.faults > 0) {
+            result_.fault = fault_of(native.fault);
+            const Place &place = result_.fault->place;
+            result_.document = place.document;
+            result_.form = place.form;
+            result_.block = place.block;
+            result_.record = place.record;
+            result_.field = place.field;
+        }
+    }
+
+private:
+    template <class Step>
+    std::int32_t guard(Step &&step) noexcept
+    {
+        if (error_)
+            return 1;
+        try {
+            return step() ? 0 : 1;
+        } catch (...) {
+            error_ = std::current_exception();
+            return 1;
+        }
+    }
+
+    static std::int32_t NAVO_FRONT_CALL on_file(void *user, const navo_file *file) noexcept
+    {
+        auto &self = *static_cast<Bridge *>(user);
+        return self.guard([&] {
+            self.result_.version = navo_file_version(file);
+            std::string all;
+            check(fetch(all, [&](char *out, std::size_t size) {
+                return navo_file_header(file, NAVO_KEEP_PADDING, out, size);
+            }));
+            std::size_t count = 0;
+            split_into(all, self.result_.file_header, count);
+            return true;
+        });
+    }
+    static std::int32_t NAVO_FRONT_CALL on_document(void *user, const navo_document *doc) noexcept
+    {
+        auto &self = *static_cast<Bridge *>(user);
+        return self.guard([&] {
+            const Document view = Access::view(doc);
+            return static_cast<bool>(std::invoke(*self.onDocument_, view));
+        });
+    }
+    static std::int32_t NAVO_FRONT_CALL on_fault(void *user, const navo_fault *fault) noexcept
+    {
+        auto &self = *static_cast<Bridge *>(user);
+        return self.guard([&] {
+            const Fault &kept = self.result_.faults.emplace_back(fault_of(*fault));
+            if constexpr (std::is_same_v<OnFault, NoCallback>)
+                return true;
+            else if constexpr (std::is_void_v<std::invoke_result_t<OnFault &, const Fault &>>)
+                return std::invoke(*self.onFault_, kept), true;
+            else
+                return static_cast<bool>(std::invoke(*self.onFault_, kept));
+        });
+    }
+    static std::int32_t NAVO_FRONT_CALL on_end(void *user, const navo_file *file) noexcept
+    {
+        auto &self = *static_cast<Bridge *>(user);
+        return self.guard([&] {
+            const std::int32_t count = navo_file_notes(file);
+            std::string all;
+            for (std::int32_t i = 0; i < count; i++) {
+                check(fetch(all, [&](char *out, std::size_t size) {
+                    return navo_file_note(file, i, NAVO_KEEP_PADDING, out, size);
+                }));
+                std::size_t texts = 0;
+                split_into(all, self.result_.file_notes.emplace_back().text, texts);
+            }
+            return true;
+        });
+    }
+    static void check(std::int32_t code)
+    {
+        if (code == NAVO_OUT_OF_MEMORY)
+            throw std::bad_alloc();
+        if (code != NAVO_OK)
+            throw std::system_error(code_of(code), "navo::load");
+    }
+
+    OnDocument *onDocument_;
+    OnFault *onFault_;
+    Sink *sink_;
+    LoadResult &result_;
+    std::exception_ptr error_;
+};
+
 }  // namespace detail
 
-// Loads `path` into `ctx`, calling `callback(const Document&)` for each document; the callback
-// returns true to go on, false to stop (the document then stays in `ctx`). An exception from the
-// callback stops the load and is rethrown when the library has returned.
-template <class Callback>
-    requires std::is_invocable_r_v<bool, Callback &, const Document &>
-LoadResult load(Context &ctx, const std::string &path, Callback &&callback)
+// Reads the file at `path` and calls `onDocument(const Document&)` for each document: true goes
+// on, false stops (outcome stopped). `onFault(const Fault&)`, when given, gets each fault as it
+// comes (returning void, or false to stop); LoadResult::faults has them all. An exception from a
+// callable stops the load and is rethrown once the core has returned (and released the file).
+template <class OnDocument, class OnFault = detail::NoCallback>
+    requires detail::document_callable<std::remove_reference_t<OnDocument>> &&
+             detail::fault_callable<std::remove_reference_t<OnFault>>
+LoadResult load(std::string_view path, OnDocument &&onDocument, const LoadOptions &options = {},
+                OnFault &&onFault = {})
 {
     LoadResult result;
-    if (!ctx) {
-        result.code = errc::no_context;
-        return result;
-    }
-    if (detail::active_load != nullptr) {
-        result.code = errc::load_in_progress;
-        return result;
-    }
-    std::lock_guard<std::mutex> lock(detail::library_mutex());
-    using Target = std::remove_reference_t<Callback>;
-    detail::LoadState state;
-    state.callable = const_cast<void *>(static_cast<const void *>(std::addressof(callback)));
-    state.invoke = [](void *c, const Document &d) -> bool { return std::invoke(*static_cast<Target *>(c), d); };
-    int32_t rc;
-    {
-        detail::LoadScope scope(state);
-        rc = dk_LoadNAVO(ctx.get(), path.c_str());
-    }
-    result.outcome = rc == 1 ? outcome::done : rc == 2 ? outcome::stopped : outcome::failed;
-    result.code = static_cast<errc>(dk_GetNAVOError());
-    result.line = dk_GetNAVOLine();
-    result.lines = i_lLinii;
-    const dk_FileHeader &h = ctx.get()->header;
-    result.file_header = {h.line1, h.line2, h.line3, h.line4, h.line5};
-    result.file_notes = detail::copy_notes(ctx.get()->footer.notes, ctx.get()->footer.noteCount);
-    if (state.error)
-        std::rethrow_exception(state.error);
+    detail::Bridge<std::remove_reference_t<OnDocument>, std::remove_reference_t<OnFault>, detail::NoCallback> bridge(
+        std::addressof(onDocument), std::addressof(onFault), nullptr, result);
+    const navo_load_options native = detail::options_of(options);
+    const navo_load_callbacks callbacks = bridge.callbacks();
+    navo_load_result loaded{};
+    navo_load(detail::CText(path).get(), &native, &callbacks, &loaded);
+    bridge.finish(loaded);
     return result;
 }
 
-// The same with a context of its own, released before it returns.
-template <class Callback>
-    requires std::is_invocable_r_v<bool, Callback &, const Document &>
-LoadResult load(const std::string &path, Callback &&callback)
+enum class format : std::int32_t {
+    jsonl = NAVO_JSONL,           // one object a line: the file, each document, the footer
+    json = NAVO_JSON,             // the same objects in one array
+    csv = NAVO_CSV,               // one table: document,form,block,record,field,value
+    csv_blocks = NAVO_CSV_BLOCKS  // one table per block of each form ("TOBZBA.DIPL") and one of headers ("headers")
+};
+
+struct ConvertOptions : LoadOptions {
+    bool keep_padding = false;  // keep the values' trailing blanks
+};
+
+// Converts the file at `path` document by document, handing the output to `sink(table, bytes)`:
+// `table` is empty for the one output of a format, else the table's name. false from the sink
+// stops the conversion (errc::save_failed). Faults, exceptions and the result as for load.
+template <class Sink, class OnFault = detail::NoCallback>
+    requires detail::sink_callable<std::remove_reference_t<Sink>> &&
+             detail::fault_callable<std::remove_reference_t<OnFault>>
+LoadResult convert(std::string_view path, format to, const ConvertOptions &options, Sink &&sink, OnFault &&onFault = {})
 {
-    std::error_code ec;
-    Context ctx(ec);
-    if (ec) {
-        LoadResult result;
-        result.code = ec;
-        return result;
-    }
-    return load(ctx, path, std::forward<Callback>(callback));
+    LoadResult result;
+    using Bridge = detail::Bridge<detail::NoCallback, std::remove_reference_t<OnFault>, std::remove_reference_t<Sink>>;
+    Bridge bridge(nullptr, std::addressof(onFault), std::addressof(sink), result);
+    const navo_load_options native = detail::options_of(options);
+    const navo_load_callbacks callbacks = bridge.callbacks();
+    navo_load_result loaded{};
+    navo_convert(detail::CText(path).get(), &native, static_cast<std::int32_t>(to),
+                 options.keep_padding ? NAVO_KEEP_PADDING : 0, &Bridge::on_write, &bridge, &callbacks, &loaded);
+    bridge.finish(loaded);
+    return result;
 }
 
-// ---- Writing -------------------------------------------------------------------------------
-
-// Builds documents of one definition version and saves them as one file. The prolog is set for
-// the version, the file header and each new document's header start as blanks at full width, so
-// that every saved file loads again. Values may not be wider than their field or line, nor hold
-// CR, LF or NUL; they are stored as given and filled with blanks to the width.
-class Writer {
+// A document kept after its load (navo_document_open), move-only; empty when moved from.
+class KeptDocument {
 public:
-    explicit Writer(version v = version::v1_3)
+    KeptDocument() noexcept = default;
+    KeptDocument(KeptDocument &&other) noexcept { take(other); }
+    KeptDocument &operator=(KeptDocument &&other) noexcept
+    {
+        if (this != &other) {
+            close();
+            take(other);
+        }
+        return *this;
+    }
+    ~KeptDocument() { close(); }
+
+    explicit operator bool() const noexcept { return owned_ != nullptr; }
+    const Document &operator*() const noexcept { return view_; }
+    const Document *operator->() const noexcept { return &view_; }
+
+private:
+    friend KeptDocument open_document(std::string_view, int, std::error_code &, const LoadOptions &);
+
+    void adopt(navo_document *doc)
+    {
+        owned_ = doc;
+        if (doc != nullptr)
+            view_.form_ = Document(doc).form_;
+        view_.doc_ = doc;
+    }
+    void take(KeptDocument &other) noexcept
+    {
+        owned_ = std::exchange(other.owned_, nullptr);
+        view_.doc_ = std::exchange(other.view_.doc_, nullptr);
+        view_.form_ = std::exchange(other.view_.form_, &detail::no_form());
+    }
+    void close() noexcept
+    {
+        navo_document_close(std::exchange(owned_, nullptr));
+        view_.doc_ = nullptr;
+        view_.form_ = &detail::no_form();
+    }
+
+    navo_document *owned_ = nullptr;
+    Document view_;
+};
+
+// Reads the file up to its document `number` (from 1) and keeps that document: errc::bad_index
+// when the file has fewer, errc::bad_document when its section is faulty, else the load's code.
+inline KeptDocument open_document(std::string_view path, int number, std::error_code &ec,
+                                  const LoadOptions &options = {})
+{
+    const navo_load_options native = detail::options_of(options);
+    navo_document *doc = nullptr;
+    navo_load_result loaded{};
+    ec = detail::code_of(navo_document_open(detail::CText(path).get(), &native, number, nullptr, &doc, &loaded));
+    KeptDocument kept;
+    kept.adopt(doc);
+    return kept;
+}
+inline KeptDocument open_document(std::string_view path, int number, const LoadOptions &options = {})
+{
+    std::error_code ec;
+    KeptDocument kept = open_document(path, number, ec, options);
+    if (ec == errc::out_of_memory)
+        throw std::bad_alloc();
+    if (ec)
+        throw std::system_error(ec, "navo::open_document");
+    return kept;
+}
+
+// ---- writing -----------------------------------------------------------------------------------
+
+enum class writer_flags : std::int32_t {
+    none = 0,
+    truncate = NAVO_TRUNCATE,  // cut values too wide, write '?' for characters the code page lacks
+    check = NAVO_CHECK         // refuse values that fail their content rule
+};
+constexpr writer_flags operator|(writer_flags a, writer_flags b) noexcept
+{
+    return static_cast<writer_flags>(static_cast<std::int32_t>(a) | static_cast<std::int32_t>(b));
+}
+
+// The texts of a note or the lines of a header: a braced list or any range of strings.
+class Texts {
+public:
+    Texts() = default;
+    Texts(std::initializer_list<std::string_view> texts) : texts_(texts) {}
+    template <class Range>
+        requires requires(const Range &range) {
+            { *std::begin(range) } -> std::convertible_to<std::string_view>;
+            std::end(range);
+        }
+    Texts(const Range &texts) : texts_(std::begin(texts), std::end(texts))
+    {
+    }
+    auto begin() const noexcept { return texts_.begin(); }
+    auto end() const noexcept { return texts_.end(); }
+    std::size_t size() const noexcept { return texts_.size(); }
+
+private:
+    std::vector<std::string_view> texts_;
+};
+
+namespace detail {
+// Texts as the array of C strings a call takes.
+class CTexts {
+public:
+    explicit CTexts(const Texts &texts)
+    {
+        for (std::string_view text : texts) {
+            std::string &copy = copies_.emplace_back(text);
+            std::replace(copy.begin(), copy.end(), '\0', '\x1A');
+        }
+        for (const std::string &copy : copies_)
+            pointers_.push_back(copy.c_str());
+    }
+    const char *const *get() const noexcept { return pointers_.data(); }
+    std::int32_t count() const noexcept { return static_cast<std::int32_t>(pointers_.size()); }
+
+private:
+    std::vector<std::string> copies_;
+    std::vector<const char *> pointers_;
+};
+}  // namespace detail
+
+// Builds documents of one definition version and saves them as one file (navo_writer_*). Every
+// call checks all it is given before it changes anything; a refused call changes nothing.
+class Writer : public detail::Refusals {
+public:
+    // Throws std::system_error (errc::unknown_version) or std::bad_alloc.
+    explicit Writer(std::string_view version = "1.3", encoding codePage = encoding::iso8859_2,
+                    writer_flags flags = writer_flags::none)
     {
         std::error_code ec;
-        Writer made(v, ec);
-        detail::throw_if(ec, "navo::Writer");
+        Writer made(version, codePage, flags, ec);
+        if (ec == errc::out_of_memory)
+            throw std::bad_alloc();
+        if (ec)
+            throw std::system_error(ec, "navo::Writer");
         *this = std::move(made);
     }
-    Writer(version v, std::error_code &ec) : ctx_(detail::defined_context(v, ec))
+    Writer(std::string_view version, encoding codePage, writer_flags flags, std::error_code &ec)
     {
-        if (ec)
-            return;
-        schema_ = Schema::of(*ctx_.get());
-        set_prolog(v, ec);
-        if (!ec)
-            set_file_header({}, ec);
-    }
-
-    const Schema &schema() const noexcept { return schema_; }
-    Context &context() noexcept { return ctx_; }
-
-    void set_prolog(version v, std::error_code &ec)
-    {
-        ec.clear();
-        if (!ctx_) {
-            ec = errc::no_context;
-            return;
+        writer_ = navo_writer_new(detail::CText(version).get(), static_cast<std::int32_t>(codePage),
+                                  static_cast<std::int32_t>(flags));
+        try {
+            schema_ = detail::copy_of(navo_writer_schema(writer_));
+        } catch (const std::bad_alloc &) {
         }
-        dk_SetDefaultNAVOProlog(ctx_.get(), std::string(version_name(v)).c_str());
+        if (schema_ == nullptr)
+            navo_writer_free(std::exchange(writer_, nullptr));
+        ec = detail::code_of(writer_ != nullptr                 ? NAVO_OK
+                             : !detail::known_version(version) ? NAVO_UNKNOWN_VERSION
+                                                               : NAVO_OUT_OF_MEMORY);
     }
-
-    // Up to 5 lines; missing ones are blank.
-    void set_file_header(const std::vector<std::string_view> &lines, std::error_code &ec)
+    Writer(Writer &&other) noexcept
+        : detail::Refusals(other), writer_(std::exchange(other.writer_, nullptr)),
+          schema_(std::exchange(other.schema_, nullptr))
     {
-        ec.clear();
-        if (!ctx_) {
-            ec = errc::no_context;
-            return;
+    }
+    Writer &operator=(Writer &&other) noexcept
+    {
+        if (this != &other) {
+            navo_writer_free(writer_);
+            detail::Refusals::operator=(other);
+            writer_ = std::exchange(other.writer_, nullptr);
+            schema_ = std::exchange(other.schema_, nullptr);
         }
-        dk_FileHeader &h = ctx_.get()->header;
-        std::span<char> targets[] = {h.line1, h.line2, h.line3, h.line4, h.line5};
-        fill_lines(targets, lines, ec);
+        return *this;
+    }
+    Writer(const Writer &) = delete;
+    Writer &operator=(const Writer &) = delete;
+    // Releases the documents and spool files; a begun file is removed.
+    ~Writer() { navo_writer_free(writer_); }
+
+    explicit operator bool() const noexcept { return writer_ != nullptr; }
+    const Schema &schema() const noexcept { return schema_ != nullptr ? *schema_ : detail::no_schema(); }
+    navo_writer *native() const noexcept { return writer_; }
+
+    // Line `line` (from 0) of the file header.
+    void set_file_header(int line, std::string_view text, std::error_code &ec)
+    {
+        run(ec, [&](navo_refusal *why) {
+            return navo_writer_file_header(writer_, line, detail::CText(text).get(), why);
+        });
+    }
+    void set_file_header(int line, std::string_view text)
+    {
+        checked([&](std::error_code &ec) { set_file_header(line, text, ec); });
     }
 
-    // Adds a document of `form`; gives its index.
+    void add_file_note(const Texts &texts, std::error_code &ec)
+    {
+        const detail::CTexts c(texts);
+        run(ec, [&](navo_refusal *why) { return navo_writer_file_note(writer_, c.get(), c.count(), why); });
+    }
+    void add_file_note(const Texts &texts)
+    {
+        checked([&](std::error_code &ec) { add_file_note(texts, ec); });
+    }
+
+    // Adds a document of `form` and gives its number (from 1, in the order of adding; 0 when
+    // refused). With `header`, its lines from line 0: a line refused takes the document out again.
     int add_document(std::string_view form, std::error_code &ec)
     {
-        const Form *f = find_form(form, ec);
-        int32_t index = -1;
-        if (f == nullptr)
-            return -1;
-        if (!dk_AddDocument(ctx_.get(), f->name.c_str(), &index)) {
-            ec = errc::store_failed;
-            return -1;
+        std::int32_t number = 0;
+        run(ec, [&](navo_refusal *why) {
+            return navo_writer_add_document(writer_, detail::CText(form).get(), &number, why);
+        });
+        return ec ? 0 : number;
+    }
+    int add_document(std::string_view form, const Texts &header, std::error_code &ec)
+    {
+        const int number = add_document(form, ec);
+        if (ec)
+            return 0;
+        struct Undo {
+            navo_writer *writer;
+            int number;
+            ~Undo()
+            {
+                if (writer != nullptr)
+                    navo_writer_remove_document(writer, number);
+            }
+        } undo{writer_, number};
+        int line = 0;
+        for (std::string_view text : header) {
+            set_header(number, line++, text, ec);
+            if (ec)
+                return 0;
         }
-        set_header(form, index, {}, ec);
-        return index;
+        undo.writer = nullptr;
+        return number;
+    }
+    int add_document(std::string_view form, const Texts &header = {})
+    {
+        return checked([&](std::error_code &ec) { return add_document(form, header, ec); });
     }
 
-    // Up to 14 header lines of a document; missing ones are blank.
-    void set_header(std::string_view form, int doc, const std::vector<std::string_view> &lines, std::error_code &ec)
+    void remove_document(int document, std::error_code &ec)
     {
-        const Form *f = find_form(form, ec);
-        dk_DocHeader *h = nullptr;
-        if (f == nullptr)
-            return;
-        if (!dk_GetDocHeader(ctx_.get(), f->name.c_str(), doc, &h)) {
-            ec = errc::bad_index;
-            return;
+        ec = detail::code_of(navo_writer_remove_document(writer_, document));
+        if (ec) {
+            // The core's remove tells no place or reason: the document and the code's words stand for them.
+            why_ = detail::no_refusal();
+            why_.code = ec.value();
+            why_.place.document = document;
+            detail::put_text(why_.reason, navo_message(ec.value(), NAVO_ENGLISH));
         }
-        std::span<char> targets[] = {h->line1, h->line2,  h->line3,  h->line4,  h->line5,  h->line6,  h->line7,
-                                     h->line8, h->line9, h->line10, h->line11, h->line12, h->line13, h->line14};
-        fill_lines(targets, lines, ec);
+    }
+    void remove_document(int document)
+    {
+        checked([&](std::error_code &ec) { remove_document(document, ec); });
     }
 
-    // Appends a record to a repeating block (a new document has one); gives its index.
-    int add_record(std::string_view form, int doc, std::string_view block, std::error_code &ec)
+    // Line `line` (from 0) of a document's header.
+    void set_header(int document, int line, std::string_view text, std::error_code &ec)
     {
-        const Form *f = find_form(form, ec);
-        const Block *b = f != nullptr ? find_block(*f, block, ec) : nullptr;
-        int32_t index = -1;
-        if (b == nullptr)
-            return -1;
-        if (!b->repeating)
-            ec = errc::not_repeating;
-        else if (!document_exists(*f, doc))
-            ec = errc::bad_index;
-        else if (!dk_AddBlock(ctx_.get(), f->name.c_str(), doc, b->tag.c_str(), &index))
-            ec = errc::store_failed;
-        return index;
+        run(ec, [&](navo_refusal *why) {
+            return navo_writer_header(writer_, document, line, detail::CText(text).get(), why);
+        });
+    }
+    void set_header(int document, int line, std::string_view text)
+    {
+        checked([&](std::error_code &ec) { set_header(document, line, text, ec); });
     }
 
-    void set(std::string_view form, int doc, std::string_view block, int record, std::string_view field,
-             std::string_view value, std::error_code &ec)
+    // Appends a record to a repeating block (a new document has one) and gives its index.
+    int add_record(int document, std::string_view block, std::error_code &ec)
     {
-        const Form *f = find_form(form, ec);
-        const Block *b = f != nullptr ? find_block(*f, block, ec) : nullptr;
-        if (b == nullptr)
-            return;
-        const Field *fd = b->field(field);
-        int32_t count = 1;
-        if (fd == nullptr)
-            ec = errc::unknown_field;
-        else if (value.size() > static_cast<std::size_t>(fd->width))
-            ec = errc::value_too_wide;
-        else if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos)
-            ec = errc::bad_value;
-        else if (!document_exists(*f, doc) || record < 0 ||
-                 (b->repeating && dk_GetBlockCount(ctx_.get(), f->name.c_str(), doc, b->tag.c_str(), &count) &&
-                  record >= count) ||
-                 (!b->repeating && record != 0))
-            ec = errc::bad_index;
-        else if (!dk_SetField(ctx_.get(), f->name.c_str(), doc, b->tag.c_str(), record, fd->name.c_str(),
-                              std::string(value).c_str()))
-            ec = errc::store_failed;
+        std::int32_t record = 0;
+        run(ec, [&](navo_refusal *why) {
+            return navo_writer_add_record(writer_, document, detail::CText(block).get(), &record, why);
+        });
+        return ec ? 0 : record;
+    }
+    int add_record(int document, std::string_view block)
+    {
+        return checked([&](std::error_code &ec) { return add_record(document, block, ec); });
     }
 
-    // A note: up to 4 texts of at most 10 characters.
-    void add_error_note(std::string_view form, int doc, const std::vector<std::string_view> &texts,
-                        std::error_code &ec)
+    void set(int document, std::string_view block, int record, std::string_view field, std::string_view value,
+             std::error_code &ec)
     {
-        const Form *f = find_form(form, ec);
-        dk_ErrorNote note{};
-        if (f == nullptr || !fill_note(note, texts, ec))
-            return;
-        if (!document_exists(*f, doc))
-            ec = errc::bad_index;
-        else if (!dk_AddDocError(ctx_.get(), f->name.c_str(), doc, &note))
-            ec = errc::store_failed;
+        run(ec, [&](navo_refusal *why) {
+            return navo_writer_set(writer_, document, detail::CText(block).get(), record, detail::CText(field).get(),
+                                   detail::CText(value).get(), why);
+        });
     }
-    void add_file_note(const std::vector<std::string_view> &texts, std::error_code &ec)
+    void set(int document, std::string_view block, int record, std::string_view field, std::string_view value)
     {
-        ec.clear();
-        dk_ErrorNote note{};
-        if (!ctx_)
-            ec = errc::no_context;
-        else if (fill_note(note, texts, ec) && !dk_AddNAVOError(ctx_.get(), &note))
-            ec = errc::store_failed;
-    }
-    // An OCR note of `kind` 0-3: up to 6 texts of widths 10, 10, 10, 72, 24, 24.
-    void add_ocr_note(std::string_view form, int doc, int kind, const std::vector<std::string_view> &texts,
-                      std::error_code &ec)
-    {
-        const Form *f = find_form(form, ec);
-        dk_OcrNote note{};
-        if (f == nullptr)
-            return;
-        note.kind = kind;
-        std::span<char> targets[] = {note.text1, note.text2, note.text3, note.text4, note.text5, note.text6};
-        if (kind < 0 || kind > 3)
-            ec = errc::bad_value;
-        else if (!document_exists(*f, doc))
-            ec = errc::bad_index;
-        else if (fill_lines(targets, texts, ec) && !dk_AddDocOCR(ctx_.get(), f->name.c_str(), doc, &note))
-            ec = errc::store_failed;
+        checked([&](std::error_code &ec) { set(document, block, record, field, value, ec); });
     }
 
-    void save(const std::string &path, std::error_code &ec)
+    void add_error_note(int document, const Texts &texts, std::error_code &ec)
     {
-        ec.clear();
-        if (!ctx_)
-            ec = errc::no_context;
-        else if (!dk_SaveNAVO(ctx_.get(), path.c_str(), 1))
-            ec = errc::save_failed;
+        const detail::CTexts c(texts);
+        run(ec, [&](navo_refusal *why) { return navo_writer_error_note(writer_, document, c.get(), c.count(), why); });
+    }
+    void add_error_note(int document, const Texts &texts)
+    {
+        checked([&](std::error_code &ec) { add_error_note(document, texts, ec); });
     }
 
-    // Throwing forms of the calls above.
-    void set_file_header(const std::vector<std::string_view> &lines)
+    // An OCR note of `kind` 0-3 ("a", "z", "l", "l2").
+    void add_ocr_note(int document, int kind, const Texts &texts, std::error_code &ec)
     {
-        run("navo::Writer::set_file_header", [&](std::error_code &ec) { set_file_header(lines, ec); });
+        const detail::CTexts c(texts);
+        run(ec, [&](navo_refusal *why) {
+            return navo_writer_ocr_note(writer_, document, kind, c.get(), c.count(), why);
+        });
     }
-    int add_document(std::string_view form)
+    void add_ocr_note(int document, int kind, const Texts &texts)
     {
-        std::error_code ec;
-        int index = add_document(form, ec);
-        detail::throw_if(ec, "navo::Writer::add_document");
-        return index;
+        checked([&](std::error_code &ec) { add_ocr_note(document, kind, texts, ec); });
     }
-    void set_header(std::string_view form, int doc, const std::vector<std::string_view> &lines)
+
+    // Saves every document as one file, put in place whole or not at all (errc::save_failed).
+    void save(std::string_view path, std::error_code &ec)
     {
-        run("navo::Writer::set_header", [&](std::error_code &ec) { set_header(form, doc, lines, ec); });
+        run(ec, [&](navo_refusal *why) { return navo_writer_save(writer_, detail::CText(path).get(), why); });
     }
-    int add_record(std::string_view form, int doc, std::string_view block)
+    void save(std::string_view path)
     {
-        std::error_code ec;
-        int index = add_record(form, doc, block, ec);
-        detail::throw_if(ec, "navo::Writer::add_record");
-        return index;
+        checked([&](std::error_code &ec) { save(path, ec); });
     }
-    void set(std::string_view form, int doc, std::string_view block, int record, std::string_view field,
-             std::string_view value)
+
+    // Saving document by document: begin writes the prolog and the file header, write_document one
+    // document (and removes it), finish the notes and footer and puts the file in place.
+    void begin(std::string_view path, std::error_code &ec)
     {
-        run("navo::Writer::set", [&](std::error_code &ec) { set(form, doc, block, record, field, value, ec); });
+        run(ec, [&](navo_refusal *why) { return navo_writer_begin(writer_, detail::CText(path).get(), why); });
     }
-    void add_error_note(std::string_view form, int doc, const std::vector<std::string_view> &texts)
+    void begin(std::string_view path)
     {
-        run("navo::Writer::add_error_note", [&](std::error_code &ec) { add_error_note(form, doc, texts, ec); });
+        checked([&](std::error_code &ec) { begin(path, ec); });
     }
-    void add_file_note(const std::vector<std::string_view> &texts)
+    void write_document(int document, std::error_code &ec)
     {
-        run("navo::Writer::add_file_note", [&](std::error_code &ec) { add_file_note(texts, ec); });
+        run(ec, [&](navo_refusal *why) { return navo_writer_write_document(writer_, document, why); });
     }
-    void add_ocr_note(std::string_view form, int doc, int kind, const std::vector<std::string_view> &texts)
+    void write_document(int document)
     {
-        run("navo::Writer::add_ocr_note", [&](std::error_code &ec) { add_ocr_note(form, doc, kind, texts, ec); });
+        checked([&](std::error_code &ec) { write_document(document, ec); });
     }
-    void save(const std::string &path)
+    void finish(std::error_code &ec)
     {
-        run("navo::Writer::save", [&](std::error_code &ec) { save(path, ec); });
+        run(ec, [&](navo_refusal *why) { return navo_writer_finish(writer_, why); });
+    }
+    void finish()
+    {
+        checked([&](std::error_code &ec) { finish(ec); });
     }
 
 private:
-    template <class Call>
-    static void run(const char *what, Call &&call)
+    navo_writer *writer_ = nullptr;
+    const Schema *schema_ = nullptr;
+};
+
+// A host's own output file (navo_output): written beside its path and put in place by commit;
+// abandoned (removed) by the destructor or another open when not committed.
+class Output : public detail::Refusals {
+public:
+    Output() noexcept = default;
+    Output(Output &&other) noexcept : detail::Refusals(other), output_(std::exchange(other.output_, nullptr)) {}
+    Output &operator=(Output &&other) noexcept
     {
-        std::error_code ec;
-        call(ec);
-        detail::throw_if(ec, what);
+        if (this != &other) {
+            navo_output_free(output_);
+            detail::Refusals::operator=(other);
+            output_ = std::exchange(other.output_, nullptr);
+        }
+        return *this;
+    }
+    Output(const Output &) = delete;
+    Output &operator=(const Output &) = delete;
+    ~Output() { navo_output_free(output_); }
+
+    explicit operator bool() const noexcept { return output_ != nullptr; }
+
+    void open(std::string_view path, std::error_code &ec)
+    {
+        navo_output_free(std::exchange(output_, nullptr));
+        run(ec, [&](navo_refusal *why) { return navo_output_open(detail::CText(path).get(), &output_, why); });
+    }
+    void open(std::string_view path)
+    {
+        checked([&](std::error_code &ec) { open(path, ec); });
+    }
+    void write(std::string_view bytes, std::error_code &ec)
+    {
+        run(ec, [&](navo_refusal *why) { return navo_output_write(output_, bytes.data(), bytes.size(), why); });
+    }
+    void write(std::string_view bytes)
+    {
+        checked([&](std::error_code &ec) { write(bytes, ec); });
+    }
+    void commit(std::error_code &ec)
+    {
+        run(ec, [&](navo_refusal *why) { return navo_output_commit(output_, why); });
+    }
+    void commit()
+    {
+        checked([&](std::error_code &ec) { commit(ec); });
     }
 
-    const Form *find_form(std::string_view form, std::error_code &ec) const
-    {
-        ec.clear();
-        if (!ctx_) {
-            ec = errc::no_context;
-            return nullptr;
-        }
-        const Form *f = schema_.form(form);
-        if (f == nullptr)
-            ec = errc::unknown_form;
-        return f;
-    }
-    static const Block *find_block(const Form &form, std::string_view block, std::error_code &ec)
-    {
-        const Block *b = form.block(block);
-        if (b == nullptr)
-            ec = errc::unknown_block;
-        return b;
-    }
-    bool document_exists(const Form &form, int doc) const
-    {
-        int32_t count = 0;
-        return doc >= 0 && dk_GetDocCount(ctx_.get(), form.name.c_str(), &count) && doc < count;
-    }
-    // Each target gets its text filled with blanks to its width (capacity - 1), or all blanks.
-    static bool fill_lines(std::span<std::span<char>> targets, const std::vector<std::string_view> &texts,
-                           std::error_code &ec)
-    {
-        if (texts.size() > targets.size()) {
-            ec = errc::bad_index;
-            return false;
-        }
-        for (std::size_t i = 0; i < texts.size(); i++) {
-            if (texts[i].size() >= targets[i].size()) {
-                ec = errc::value_too_wide;
-                return false;
-            }
-            if (texts[i].find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) {
-                ec = errc::bad_value;
-                return false;
-            }
-        }
-        for (std::size_t i = 0; i < targets.size(); i++) {
-            std::span<char> t = targets[i];
-            std::string_view text = i < texts.size() ? texts[i] : std::string_view();
-            std::fill(t.begin(), t.end() - 1, ' ');
-            std::copy(text.begin(), text.end(), t.begin());
-            t.back() = '\0';
-        }
-        return true;
-    }
-    static bool fill_note(dk_ErrorNote &note, const std::vector<std::string_view> &texts, std::error_code &ec)
-    {
-        std::span<char> targets[] = {note.text1, note.text2, note.text3, note.text4};
-        return fill_lines(targets, texts, ec);
-    }
-
-    Context ctx_{nullptr};
-    Schema schema_;
+private:
+    navo_output *output_ = nullptr;
 };
 
 }  // namespace navo

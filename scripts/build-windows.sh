@@ -47,11 +47,11 @@ if [ -n "$missing" ] || [ -n "$extra" ]; then
 fi
 echo "exports: $exported_count names, exactly the 65 functions and 3 variables of navo.h"
 # The compiler's runtime is linked in: the DLL needs the system's own DLLs and nothing else, and
-# the programs need navo.dll besides.
+# the programs need navo.dll (or navofront.dll, the C++ examples) besides.
 for binary in "$dll" "$build"/examples/*.exe "$build"/tools/*.exe; do
   [ -f "$binary" ] || continue
   needs=$("$triplet-objdump" -p "$binary" | sed -n 's/^[[:space:]]*DLL Name: //p' | tr 'a-z' 'A-Z' | sort -u)
-  foreign=$(printf '%s\n' "$needs" | grep -v -E '^(KERNEL32|ADVAPI32|MSVCRT|UCRTBASE|API-MS-WIN-.*|NAVO)\.DLL$' || true)
+  foreign=$(printf '%s\n' "$needs" | grep -v -E '^(KERNEL32|ADVAPI32|MSVCRT|UCRTBASE|API-MS-WIN-.*|NAVO|NAVOFRONT)\.DLL$' || true)
   if [ -n "$foreign" ]; then
     printf '%s needs DLLs that Windows does not have:\n%s\n' "$binary" "$foreign" >&2
     exit 1

@@ -2,8 +2,8 @@
 # test.sh - the whole test job. Installs what is missing (apt-get, as root), then in stages:
 #   1. clang -Werror build of the library and the fuzz targets; replay of the fuzz corpora
 #   2. gcc -Werror build; the suite under AddressSanitizer + UndefinedBehaviorSanitizer
-#   3. install; hosts built against it with pkg-config (C and C++) and find_package (C with the
-#      shared and the static library, C++ with navo.hpp)
+#   3. install; hosts built against it with pkg-config (C and C++; navo.hpp with navofront.pc)
+#      and find_package (C with the shared and the static library, C++ with navo.hpp)
 #   4. the ABI of libnavo.so (abidw) against the committed cmake/libnavo.abi (abidiff)
 #   5. gcc -Werror build; the suite under valgrind memcheck (leaks are failures)
 #   6. Windows: MinGW-w64 cross build of the DLL, the static library and the examples, export check
@@ -56,6 +56,10 @@ for compiler in "gcc -std=c11" "g++ -x c++ -std=c++17"; do
     $(pkg-config --cflags --libs navo) -Wl,-rpath,"$prefix/lib" -o build/prefix/host
   build/prefix/host
 done
+echo "pkg-config host of navo.hpp (navofront), g++ -std=c++20:"
+g++ -std=c++20 -Wall -Wextra -Wpedantic -Werror tests/install/host.cpp \
+  $(pkg-config --cflags --libs navofront) -Wl,-rpath,"$prefix/lib" -o build/prefix/host_cpp
+build/prefix/host_cpp
 cmake -S tests/install -B build/install-check -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build build/install-check -j "$jobs" >/dev/null
 for host in host_shared host_static host_cpp; do
