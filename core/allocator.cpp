@@ -1,6 +1,7 @@
 // core/allocator.cpp - the one allocator; test builds (NAVO_TEST_HOOKS) add counters and failure injection.
 #include "core/allocator.hpp"
 
+#include <atomic>
 #include <cstdlib>
 
 namespace navo::memory {
@@ -8,30 +9,32 @@ namespace {
 
 #if defined(NAVO_TEST_HOOKS)
 
-// Process-wide, for the tests' single-threaded sweeps.
-std::int64_t failCountdown;  // 0: no injection
-bool failSticky;
-std::int64_t allocationCount;
-std::int64_t liveBlocks;
+// Process-wide. Relaxed atomics: the sweeps that inject failures run on one thread, and the
+// tests that run threads only read the counters, race-free.
+std::atomic<std::int64_t> failCountdown{0};  // 0: no injection
+std::atomic<bool> failSticky{false};
+std::atomic<std::int64_t> allocationCount{0};
+std::atomic<std::int64_t> liveBlocks{0};
 
 // Counts an attempt and tells whether injection refuses it.
 bool refused() noexcept
 {
-    ++allocationCount;
-    if (failCountdown == 0)
+    allocationCount.fetch_add(1, std::memory_order_relaxed);
+    const std::int64_t countdown = failCountdown.load(std::memory_order_relaxed);
+    if (countdown == 0)
         return false;
-    if (failCountdown > 1) {
-        --failCountdown;
+    if (countdown > 1) {
+        failCountdown.store(countdown - 1, std::memory_order_relaxed);
         return false;
     }
-    if (!failSticky)
-        failCountdown = 0;
+    if (!failSticky.load(std::memory_order_relaxed))
+        failCountdown.store(0, std::memory_order_relaxed);
     return true;
 }
 
 void count_blocks(std::int64_t change) noexcept
 {
-    liveBlocks += change;
+    liveBlocks.fetch_add(change, std::memory_order_relaxed);
 }
 
 #else
