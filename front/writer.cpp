@@ -380,6 +380,11 @@ NAVO_FRONT_API int32_t NAVO_FRONT_CALL navo_writer_remove_document(navo_writer *
     return run(nullptr, [&] {
         require(writer != nullptr, empty_place(), "a null writer");
         remove_document(*writer, document);
+        // The numbers of the last documents removed are free again, so that a front end undoing a
+        // failed add keeps its numbers the places of the documents in the saved file. A number
+        // whose document went to a streamed file stays taken.
+        while (!writer->documents.empty() && !writer->documents.back().present && !writer->documents.back().written)
+            writer->documents.pop_back();
     });
 }
 
@@ -576,6 +581,7 @@ NAVO_FRONT_API int32_t NAVO_FRONT_CALL navo_writer_write_document(navo_writer *w
             writer->begun = false;
             refuse(NAVO_SAVE_FAILED, place, reason);
         }
+        writer->documents[static_cast<std::size_t>(document) - 1].written = true;
         remove_document(*writer, document);
     });
 }

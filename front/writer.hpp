@@ -18,6 +18,7 @@ struct navo_writer {
         std::int32_t form = -1;
         std::int32_t docIndex = -1;
         bool present = false;
+        bool written = false;  // streamed to the file: its number stays taken
     };
 
     navo::front::Context ctx;

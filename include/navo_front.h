@@ -419,7 +419,9 @@ NAVO_FRONT_API int32_t NAVO_FRONT_CALL navo_writer_file_note(navo_writer *writer
 NAVO_FRONT_API int32_t NAVO_FRONT_CALL navo_writer_add_document(navo_writer *writer, const char *form,
                                                                int32_t *document,
                                                                navo_refusal *why) NAVO_FRONT_NOEXCEPT;
-/* Removes a document with its spool files (a front end's add that failed part-way). */
+/* Removes a document with its spool files (a front end's add that failed part-way). The numbers of
+   the last documents added, when removed so, are given again, so that numbers stay the documents'
+   places in the saved file. */
 NAVO_FRONT_API int32_t NAVO_FRONT_CALL navo_writer_remove_document(navo_writer *writer,
                                                                   int32_t document) NAVO_FRONT_NOEXCEPT;
 NAVO_FRONT_API int32_t NAVO_FRONT_CALL navo_writer_header(navo_writer *writer, int32_t document, int32_t line,

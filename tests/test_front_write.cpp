@@ -262,6 +262,14 @@ TEST_F(FrontWrite, SaveLoadRoundTripAndRemoval)
     EXPECT_EQ(NAVO_OK, navo_writer_set(writer, 5, "DDORCA", 1, "Nazwisko", "ŻÓŁW", nullptr));
     const char *note[] = {"N1"};
     EXPECT_EQ(NAVO_OK, navo_writer_ocr_note(writer, 4, 3, note, 1, nullptr));
+    // An add undone at the end gives its number to the next add.
+    int32_t undone = 0;
+    ASSERT_EQ(NAVO_OK, navo_writer_add_document(writer, "TOBZBA", &undone, nullptr));
+    EXPECT_EQ(6, undone);
+    ASSERT_EQ(NAVO_OK, navo_writer_remove_document(writer, undone));
+    ASSERT_EQ(NAVO_OK, navo_writer_add_document(writer, "TOBZBA", &undone, nullptr));
+    EXPECT_EQ(6, undone);
+    ASSERT_EQ(NAVO_OK, navo_writer_remove_document(writer, undone));
     const std::string path = file("round.navo");
     ASSERT_EQ(NAVO_OK, navo_writer_save(writer, path.c_str(), nullptr));
     navo_writer_free(writer);
