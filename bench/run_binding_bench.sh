@@ -9,11 +9,11 @@ root=$PWD
 NAVO_NEED_BENCH=1 bash scripts/deps.sh
 cmake -S . -B build/bench-bindings -DCMAKE_BUILD_TYPE=Release -DNAVO_BENCH=ON -DNAVO_TESTS=OFF \
   -DNAVO_EXAMPLES=ON >/dev/null
-cmake --build build/bench-bindings -j 2 --target bench_load navo_read_cpp >/dev/null
+cmake --build build/bench-bindings -j 2 --target bench_load navo_read_cpp navo_front >/dev/null
 bin=build/bench-bindings
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-export TMPDIR="$work" NAVO_LIBRARY="$root/$bin/libnavo.so.1" PYTHONPATH="$root/bindings/python/src"
+export TMPDIR="$work" NAVO_LIBRARY="$root/$bin/libnavofront.so.1" PYTHONPATH="$root/bindings/python/src"
 "$bin/bench/bench_load" generate "$work/big.navo" "$work/big.xml" 100000 >/dev/null
 
 cat >"$work/read.py" <<'PY'

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# test-python.sh - the Python package: builds a Release libnavo into build/python, installs the
-# package from bindings/python into a venv there (offline: no index, no build isolation) and runs
-# its pytest suite against that library. Installs missing Debian packages with apt-get as root.
+# test-python.sh - the Python package: builds a Release libnavofront into build/python, installs
+# the package from bindings/python into a venv there (offline: no index, no build isolation) and
+# runs its pytest suite against that library. Installs missing Debian packages with apt-get as root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -28,10 +28,11 @@ if [ ${#need[@]} -gt 0 ]; then
   fi
 fi
 
-echo "== building a Release libnavo into build/python"
+echo "== building a Release libnavofront into build/python"
 cmake -S . -B build/python -DCMAKE_BUILD_TYPE=Release -DNAVO_TESTS=OFF -DNAVO_EXAMPLES=OFF >/dev/null
-cmake --build build/python -j 2 --target navo >/dev/null
-lib=$(ls "$root"/build/python/libnavo.so.1 2>/dev/null || ls "$root"/build/python/libnavo.so)
+cmake --build build/python -j 2 --target navo_front >/dev/null
+lib=$root/build/python/libnavofront.so.1
+[ -e "$lib" ] || { echo "no $lib after the build" >&2; exit 1; }
 echo "   $lib"
 
 echo "== installing bindings/python into the venv build/python/venv (--system-site-packages)"

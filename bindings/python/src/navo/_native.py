@@ -1,152 +1,137 @@
-"""The shared library through ctypes: where it is found, the records of navo.h, the calls used,
-and the guard that keeps the library's process-wide state to one job at a time."""
+"""libnavofront through ctypes: where it is found, the records of navo_front.h, the calls used, and
+the helpers every module shares (texts out of the core's buffers, the parts of a place)."""
 
 from __future__ import annotations
 
-import contextlib
 import ctypes
 import ctypes.util
 import os
 import sys
 import threading
-from ctypes import POINTER, c_char, c_char_p, c_int32, c_uint32, c_void_p
+from ctypes import CFUNCTYPE, POINTER, c_char, c_char_p, c_int32, c_int64, c_size_t, c_void_p
 from pathlib import Path
-from typing import Iterator
+from typing import Any, Optional
 
-# ---- records of navo.h (open records: their layout is the interface) ------------------------
-
-
-class SdDictionary(ctypes.Structure):
-    _fields_ = [("count", c_int32), ("strings", POINTER(c_char_p)), ("bucketCount", c_uint32),
-                ("buckets", c_void_p)]
+# ---- records of navo_front.h (their layout is the interface; tests/test_navo.py reads known
+# values through each of them, so a layout that drifts from the header fails there) ----------
 
 
-class DfField(ctypes.Structure):
-    _fields_ = [("nameId", c_int32), ("offset", c_int32), ("width", c_int32)]
+class FieldDef(ctypes.Structure):
+    _fields_ = [("name", c_char_p), ("type", c_char_p), ("offset", c_int32), ("width", c_int32)]
 
 
-class DfBlock(ctypes.Structure):
-    _fields_ = [("tagId", c_int32), ("name", c_char_p), ("recordLength", c_int32), ("fieldCount", c_int32),
-                ("fields", POINTER(DfField)), ("positionByName", POINTER(c_int32))]
+class BlockDef(ctypes.Structure):
+    _fields_ = [("tag", c_char_p), ("name", c_char_p), ("repeating", c_int32), ("record_length", c_int32),
+                ("field_count", c_int32), ("fields", POINTER(FieldDef))]
 
 
-class DfBlockRef(ctypes.Structure):
-    _fields_ = [("occurrence", c_int32), ("blockIndex", c_int32), ("name", c_char_p)]
+class FormDef(ctypes.Structure):
+    _fields_ = [("name", c_char_p), ("block_count", c_int32), ("blocks", POINTER(BlockDef))]
 
 
-class DfForm(ctypes.Structure):
-    _fields_ = [("id", c_int32), ("refCount", c_int32), ("refs", POINTER(DfBlockRef)),
-                ("positionByTag", POINTER(c_int32))]
+class SchemaDef(ctypes.Structure):
+    _fields_ = [("version", c_char_p), ("name", c_char_p), ("form_count", c_int32), ("forms", POINTER(FormDef))]
 
 
-class DfDefinition(ctypes.Structure):
-    _fields_ = [("name", c_char_p), ("formCount", c_int32), ("forms", POINTER(DfForm)), ("blockCount", c_int32),
-                ("blocks", POINTER(DfBlock))]
+class Place(ctypes.Structure):
+    _fields_ = [("area", c_int32), ("document", c_int32), ("record", c_int32), ("expected", c_int32),
+                ("found", c_int32), ("field_expected", c_int32), ("field_found", c_int32), ("line", c_int32),
+                ("offset", c_int64), ("form", c_char * 64), ("block", c_char * 64), ("field", c_char * 64)]
 
 
-class DfDefinitionList(ctypes.Structure):
-    _fields_ = [("count", c_int32), ("items", POINTER(DfDefinition))]
+class Fault(ctypes.Structure):
+    _fields_ = [("code", c_int32), ("cause", c_int32), ("place", Place), ("detail", c_char * 240)]
 
 
-class FileProlog(ctypes.Structure):
-    _fields_ = [("doctypeLine", c_char * 50), ("versionLine", c_char * 28), ("encodingLine", c_char * 40)]
+class LoadOptions(ctypes.Structure):
+    _fields_ = [("encoding", c_int32), ("keep_going", c_int32), ("checks", c_int32), ("rules", c_void_p),
+                ("find", c_char_p)]
 
 
-class FileHeader(ctypes.Structure):
-    _fields_ = [("line1", c_char * 52), ("line2", c_char * 9), ("line3", c_char * 25), ("line4", c_char * 25),
-                ("line5", c_char * 33)]
+# Callbacks get the views as plain addresses: the package passes them back to the core only.
+VIEW_CALLBACK = CFUNCTYPE(c_int32, c_void_p, c_void_p)
 
 
-class ErrorNote(ctypes.Structure):
-    _fields_ = [("text1", c_char * 11), ("text2", c_char * 11), ("text3", c_char * 11), ("text4", c_char * 11)]
+class LoadCallbacks(ctypes.Structure):
+    _fields_ = [("user", c_void_p), ("file", VIEW_CALLBACK), ("document", VIEW_CALLBACK), ("fault", c_void_p),
+                ("finding", c_void_p), ("found", c_void_p), ("end", VIEW_CALLBACK)]
 
 
-class OcrNote(ctypes.Structure):
-    _fields_ = [("kind", c_int32), ("text1", c_char * 11), ("text2", c_char * 11), ("text3", c_char * 11),
-                ("text4", c_char * 73), ("text5", c_char * 25), ("text6", c_char * 25)]
+class LoadResult(ctypes.Structure):
+    _fields_ = [("outcome", c_int32), ("code", c_int32), ("line", c_int32), ("lines", c_int32),
+                ("documents", c_int32), ("faults", c_int32), ("findings", c_int32), ("fault", Fault)]
 
 
-class FileFooter(ctypes.Structure):
-    _fields_ = [("noteCount", c_int32), ("notes", POINTER(ErrorNote))]
+class Refusal(ctypes.Structure):
+    _fields_ = [("code", c_int32), ("place", Place), ("reason", c_char * 240)]
 
 
-_DOC_WIDTHS = (51, 8, 8, 8, 24, 8, 24, 24, 8, 24, 24, 1, 1, 32)
+# Values of the header's enums that the package passes.
+LOAD_IN_PROGRESS, UNKNOWN_VERSION = 101, 113
+ENGLISH, POLISH = 0, 1
+FILE_HEADER, ERROR_NOTE, OCR_NOTE = 0, 2, 3
+KEEP_PADDING = 1
+DONE, STOPPED = 1, 2
 
-
-class DocHeader(ctypes.Structure):
-    _fields_ = [(f"line{i + 1}", c_char * (w + 1)) for i, w in enumerate(_DOC_WIDTHS)]
-
-
-class DocFooter(ctypes.Structure):
-    _fields_ = [("ocrCount", c_int32), ("ocrNotes", POINTER(OcrNote)), ("errorCount", c_int32),
-                ("errorNotes", POINTER(ErrorNote))]
-
-
-class FilePool(ctypes.Structure):
-    _fields_ = [("capacity", c_int32), ("count", c_int32), ("blocks", c_void_p)]
-
-
-class Context(ctypes.Structure):
-    _fields_ = [("dictionary", POINTER(SdDictionary)), ("definitions", POINTER(DfDefinitionList)),
-                ("prolog", FileProlog), ("header", FileHeader), ("footer", FileFooter),
-                ("filePool", POINTER(FilePool)), ("formCount", c_int32), ("documentLists", c_void_p)]
-
-
-CtxP = POINTER(Context)
-DOCUMENT_CALLBACK = ctypes.CFUNCTYPE(c_int32, CtxP, c_char_p, c_int32)
-
+_TEXTS = c_char_p  # a `const char *const *` is passed as an array of c_char_p
+_P = POINTER
 # name: (result, argument types)
-_PROTOTYPES: dict[str, tuple[object, list[object]]] = {
-    "dk_Init": (c_int32, [POINTER(CtxP)]),
-    "dk_Destroy": (c_int32, [POINTER(CtxP)]),
-    "dk_Free": (None, [c_void_p]),
-    "dk_sdDestroy": (c_int32, [POINTER(POINTER(SdDictionary))]),
-    "dk_dfDestroy": (c_int32, [POINTER(POINTER(DfDefinitionList))]),
-    "dk_dfLoadDefinition": (c_int32, [POINTER(DfDefinitionList), POINTER(SdDictionary), c_char_p]),
-    "GetDefTXT_1_2": (c_char_p, []),
-    "GetDefTXT_1_3": (c_char_p, []),
-    "dk_InitDocuments": (c_int32, [CtxP, c_int32]),
-    "dk_AddDocument": (c_int32, [CtxP, c_char_p, POINTER(c_int32)]),
-    "dk_GetDocCount": (c_int32, [CtxP, c_char_p, POINTER(c_int32)]),
-    "dk_SetField": (c_int32, [CtxP, c_char_p, c_int32, c_char_p, c_int32, c_char_p, c_char_p]),
-    "dk_AddBlock": (c_int32, [CtxP, c_char_p, c_int32, c_char_p, POINTER(c_int32)]),
-    "dk_GetBlockCount": (c_int32, [CtxP, c_char_p, c_int32, c_char_p, POINTER(c_int32)]),
-    "dk_GetNAVODocument": (c_int32, [CtxP, c_char_p, c_int32, POINTER(c_void_p), c_int32]),
-    "dk_GetNAVOBlock": (c_int32, [CtxP, c_char_p, c_int32, c_char_p, c_int32, POINTER(c_void_p), c_int32]),
-    "dk_SetDefaultNAVOProlog": (c_int32, [CtxP, c_char_p]),
-    "dk_GetDocHeader": (c_int32, [CtxP, c_char_p, c_int32, POINTER(POINTER(DocHeader))]),
-    "dk_GetDocFooter": (c_int32, [CtxP, c_char_p, c_int32, POINTER(POINTER(DocFooter))]),
-    "dk_AddNAVOError": (c_int32, [CtxP, POINTER(ErrorNote)]),
-    "dk_AddDocError": (c_int32, [CtxP, c_char_p, c_int32, POINTER(ErrorNote)]),
-    "dk_AddDocOCR": (c_int32, [CtxP, c_char_p, c_int32, POINTER(OcrNote)]),
-    "dk_GetNAVOLine": (c_int32, []),
-    "dk_GetNAVOError": (c_int32, []),
-    "dk_GetNAVOErrorMessage": (c_int32, [c_int32, c_char_p, c_int32]),
-    "dk_UstawCallBack": (None, [c_void_p]),
-    "dk_LoadNAVO": (c_int32, [CtxP, c_char_p]),
-    "dk_SaveNAVO": (c_int32, [CtxP, c_char_p, c_int32]),
+_PROTOTYPES: dict[str, tuple[Any, list[Any]]] = {
+    "navo_message": (c_char_p, [c_int32, c_int32]),
+    "navo_version": (c_char_p, []),
+    "navo_encoding_named": (c_int32, [c_char_p]),
+    "navo_schema_of": (_P(SchemaDef), [c_char_p]),
+    "navo_schema_form": (_P(FormDef), [_P(SchemaDef), c_char_p]),
+    "navo_form_block": (c_int32, [_P(FormDef), c_char_p]),
+    "navo_block_field": (c_int32, [_P(BlockDef), c_char_p]),
+    "navo_element_lines": (c_int32, [c_int32]),
+    "navo_area_name": (c_char_p, [c_int32]),
+    "navo_place_describe": (c_int64, [_P(Place), c_void_p, c_size_t]),
+    "navo_file_version": (c_char_p, [c_void_p]),
+    "navo_file_header": (c_int64, [c_void_p, c_int32, c_void_p, c_size_t]),
+    "navo_file_notes": (c_int32, [c_void_p]),
+    "navo_file_note": (c_int64, [c_void_p, c_int32, c_int32, c_void_p, c_size_t]),
+    "navo_document_file": (c_void_p, [c_void_p]),
+    "navo_document_form": (_P(FormDef), [c_void_p]),
+    "navo_document_number": (c_int32, [c_void_p]),
+    "navo_document_header": (c_int64, [c_void_p, c_int32, c_void_p, c_size_t]),
+    "navo_document_records": (c_int32, [c_void_p, c_int32]),
+    "navo_document_record": (c_int64, [c_void_p, c_int32, c_int32, c_int32, c_void_p, c_size_t]),
+    "navo_document_notes": (c_int32, [c_void_p, c_int32]),
+    "navo_document_note": (c_int64, [c_void_p, c_int32, c_int32, c_int32, c_void_p, c_size_t, _P(c_int32)]),
+    "navo_load": (c_int32, [c_char_p, _P(LoadOptions), _P(LoadCallbacks), _P(LoadResult)]),
+    "navo_progress": (None, [_P(c_int32), _P(c_int32)]),
+    "navo_writer_new": (c_void_p, [c_char_p, c_int32, c_int32]),
+    "navo_writer_free": (None, [c_void_p]),
+    "navo_writer_file_header": (c_int32, [c_void_p, c_int32, c_char_p, _P(Refusal)]),
+    "navo_writer_file_note": (c_int32, [c_void_p, _P(_TEXTS), c_int32, _P(Refusal)]),
+    "navo_writer_add_document": (c_int32, [c_void_p, c_char_p, _P(c_int32), _P(Refusal)]),
+    "navo_writer_remove_document": (c_int32, [c_void_p, c_int32]),
+    "navo_writer_header": (c_int32, [c_void_p, c_int32, c_int32, c_char_p, _P(Refusal)]),
+    "navo_writer_add_record": (c_int32, [c_void_p, c_int32, c_char_p, _P(c_int32), _P(Refusal)]),
+    "navo_writer_set": (c_int32, [c_void_p, c_int32, c_char_p, c_int32, c_char_p, c_char_p, _P(Refusal)]),
+    "navo_writer_error_note": (c_int32, [c_void_p, c_int32, _P(_TEXTS), c_int32, _P(Refusal)]),
+    "navo_writer_ocr_note": (c_int32, [c_void_p, c_int32, c_int32, _P(_TEXTS), c_int32, _P(Refusal)]),
+    "navo_writer_save": (c_int32, [c_void_p, c_char_p, _P(Refusal)]),
 }
 
-_LIBRARY_NAMES = {"win32": ("navo.dll",), "darwin": ("libnavo.1.dylib", "libnavo.dylib")}.get(
-    sys.platform, ("libnavo.so.1", "libnavo.so"))
+# The file a build makes, as the package ships it beside itself, and the name the system's
+# loader knows (the SONAME on ELF systems).
+_BESIDE = {"win32": "navofront.dll", "darwin": "libnavofront.1.dylib"}.get(sys.platform, "libnavofront.so.1")
 
 
 def find_library() -> str:
-    """The shared library: $NAVO_LIBRARY, else beside this package, else on the system path."""
+    """libnavofront: $NAVO_LIBRARY, else a copy beside this package, else the system path."""
     explicit = os.environ.get("NAVO_LIBRARY")
     if explicit:
         return explicit
-    here = Path(__file__).resolve().parent
-    for name in _LIBRARY_NAMES:
-        if (here / name).exists():
-            return str(here / name)
-    found = ctypes.util.find_library("navo")
-    if found:
-        return found
-    return _LIBRARY_NAMES[0]  # the dynamic loader's own search, for a clear error if it fails
+    beside = Path(__file__).resolve().parent / _BESIDE
+    if beside.exists():
+        return str(beside)
+    return ctypes.util.find_library("navofront") or _BESIDE
 
 
-_lib: ctypes.CDLL | None = None
+_lib: Optional[ctypes.CDLL] = None
 _lib_lock = threading.Lock()
 
 
@@ -158,109 +143,78 @@ def lib() -> ctypes.CDLL:
             path = find_library()
             try:
                 loaded = ctypes.CDLL(path)
-            except OSError as e:
-                raise OSError(f"libnavo not found ({path}): set NAVO_LIBRARY to the path of the shared "
-                              f"library, or install it beside the navo package or on the system path") from e
-            for name, (result, arguments) in _PROTOTYPES.items():
-                function = getattr(loaded, name)
-                function.restype = result
-                function.argtypes = arguments
+                for name, (result, arguments) in _PROTOTYPES.items():
+                    function = getattr(loaded, name)
+                    function.restype = result
+                    function.argtypes = arguments
+            except (OSError, AttributeError) as e:
+                raise OSError(f"libnavofront cannot be loaded from {path!r} ({e}): set NAVO_LIBRARY to the path "
+                              f"of libnavofront, or install it beside the navo package or on the system "
+                              f"path") from e
             _lib = loaded
         return _lib
 
 
-def line_count() -> int:
-    """i_lLinii: the line count of the file being loaded."""
-    return c_int32.in_dll(lib(), "i_lLinii").value
+def text(raw: Optional[bytes]) -> str:
+    """A text of the core (UTF-8, NUL-terminated)."""
+    return (raw or b"").decode("utf-8")
 
 
-def current_callback() -> int | None:
-    return c_void_p.in_dll(lib(), "OnNAVODocument").value
+def c_text(value: str) -> bytes:
+    """A host's str as the core takes it: UTF-8, NUL-terminated. Lone surrogates pass as they are,
+    for the core to refuse as no UTF-8. A NUL cannot cross a C string, so it goes as the byte
+    0x1A, which the core refuses for the same reason and with the same words (the characters a
+    NAVO text cannot carry) and no name holds: a value is refused, never cut at its NUL."""
+    if not isinstance(value, str):
+        raise TypeError(f"a value is str, not {type(value).__name__}")
+    return value.encode("utf-8", "surrogatepass").replace(b"\0", b"\x1a")
 
 
-# ---- contexts --------------------------------------------------------------------------------
+def c_texts(values: Any) -> Any:
+    """A sequence of str as a `const char *const *` with its count."""
+    encoded = [c_text(v) for v in values]
+    return (c_char_p * max(len(encoded), 1))(*encoded), len(encoded)
 
 
-def new_context() -> ctypes._Pointer[Context]:
-    ctx = CtxP()
-    if not lib().dk_Init(ctypes.byref(ctx)):
-        release_context(ctx)
-        raise MemoryError("libnavo: dk_Init failed")
-    return ctx
+def message(code: int, language: int = ENGLISH) -> str:
+    return text(lib().navo_message(code, language))
 
 
-def release_context(ctx: ctypes._Pointer[Context]) -> None:
-    """Releases a context whatever its state, also one dk_Destroy refuses (no document tables)."""
-    native = lib()
-    if not ctx or native.dk_Destroy(ctypes.byref(ctx)):
-        return
-    c = ctx.contents
-    if c.definitions and c.definitions.contents.count > 0 and native.dk_InitDocuments(ctx, 1) \
-            and native.dk_Destroy(ctypes.byref(ctx)):
-        return
-    # No definition, or one without forms: no call releases it, so its records go one by one.
-    if c.filePool:
-        native.dk_Free(c.filePool.contents.blocks)
-        native.dk_Free(ctypes.cast(c.filePool, c_void_p))
-    native.dk_Free(c.documentLists)
-    native.dk_Free(ctypes.cast(c.footer.notes, c_void_p))
-    native.dk_dfDestroy(ctypes.byref(c.definitions))
-    native.dk_sdDestroy(ctypes.byref(c.dictionary))
-    native.dk_Free(ctypes.cast(ctx, c_void_p))
+def version() -> str:
+    return text(lib().navo_version())
 
 
-def defined_context(version: str) -> ctypes._Pointer[Context]:
-    """A context holding definition `version` ("1.2" or "1.3") with document tables."""
-    texts = {"1.2": "GetDefTXT_1_2", "1.3": "GetDefTXT_1_3"}
-    if version not in texts:
-        raise ValueError(f"unknown definition version {version!r}: 1.2 or 1.3")
-    native = lib()
-    ctx = new_context()
-    with GUARD.call():  # the definition loader keeps its text cursor process-wide
-        ok = native.dk_dfLoadDefinition(ctx.contents.definitions, ctx.contents.dictionary,
-                                        getattr(native, texts[version])()) and native.dk_InitDocuments(ctx, 10)
-    if not ok:
-        release_context(ctx)
-        raise MemoryError("libnavo: loading the definition failed")
-    return ctx
+def encoding_named(name: str) -> int:
+    found: int = lib().navo_encoding_named(name.encode())
+    if found < 0:
+        raise ValueError(f"unknown encoding {name!r}: iso8859-2 or cp1250")
+    return found
 
 
-def message(code: int) -> str:
-    """The library's (Polish) message for a load code."""
-    buffer = ctypes.create_string_buffer(200)
-    lib().dk_GetNAVOErrorMessage(code, buffer, len(buffer))
-    return buffer.value.decode("cp1250")
+def describe(place: Place) -> str:
+    """The place in the core's words, the same in every front end."""
+    out = ctypes.create_string_buffer(512)
+    length = lib().navo_place_describe(ctypes.byref(place), out, len(out))
+    return out.value.decode("utf-8") if length >= 0 else ""
 
 
-# ---- the guard -------------------------------------------------------------------------------
+def place_parts(place: Optional[Place]) -> dict[str, Any]:
+    """The parts of a place as attributes: None where the core knows none (all of them without
+    a place)."""
+    if place is None:
+        return dict.fromkeys(("area", "document", "form", "block", "record", "field", "expected", "found"),
+                             None) | {"location": ""}
+    def name(raw: bytes) -> Optional[str]:
+        return raw.decode("utf-8") or None
 
-
-class LibraryGuard:
-    """One job at a time in the whole process: a load holds the lock from its start until it has
-    ended (the consumer's thread owns it, the load itself runs on a worker thread); other calls
-    hold it for their duration, except on the thread that owns a running load."""
-
-    def __init__(self) -> None:
-        self._lock = threading.Lock()
-        self._owner: int | None = None
-
-    def begin_load(self) -> None:
-        if self._owner == threading.get_ident():
-            raise RuntimeError("a navo load is already running on this thread: finish or close it first")
-        self._lock.acquire()
-        self._owner = threading.get_ident()
-
-    def end_load(self) -> None:
-        self._owner = None
-        self._lock.release()
-
-    @contextlib.contextmanager
-    def call(self) -> Iterator[None]:
-        if self._owner == threading.get_ident():
-            yield
-            return
-        with self._lock:
-            yield
-
-
-GUARD = LibraryGuard()
+    return {
+        "area": text(lib().navo_area_name(place.area)) or None,
+        "document": place.document or None,
+        "form": name(place.form),
+        "block": name(place.block),
+        "record": place.record if place.record >= 0 else None,
+        "field": name(place.field),
+        "expected": place.expected if place.expected >= 0 else None,
+        "found": place.found if place.expected >= 0 else None,
+        "location": describe(place),
+    }

@@ -1,11 +1,51 @@
-"""The definitions as data: forms, blocks and fields of a definition version."""
+"""The forms as data: forms, blocks and fields of a definition version, copied once from the
+core's records (navo_schema_of), and the dicts that find a name by the core's rule."""
 
 from __future__ import annotations
 
+import ctypes
 from dataclasses import dataclass, field
-from typing import Any
+from typing import Any, Callable, Dict, Optional, TypeVar
 
 from . import _native
+
+V = TypeVar("V")
+Find = Callable[[str], Optional[str]]
+
+
+class Names(Dict[str, V]):
+    """A dict keyed by the definition's own spelling that finds a name the core's way too: when
+    no key is spelt so, the one name the core matches with ASCII letters folded
+    (doc.blocks["dipl"][0]["NIP"] is doc.blocks["DIPL"][0]["Nip"])."""
+
+    __slots__ = ("_find",)
+    _find: Find
+
+    def __missing__(self, key: str) -> V:
+        name = self._find(key) if isinstance(key, str) else None
+        if name is None or name == key:
+            raise KeyError(key)
+        return self[name]
+
+    def __contains__(self, key: object) -> bool:
+        return super().__contains__(key) or (isinstance(key, str) and self._find(key) is not None)
+
+    def get(self, key: str, default: Any = None) -> Any:
+        try:
+            return self[key]
+        except KeyError:
+            return default
+
+
+def names(items: Any, find: Find) -> Names[Any]:
+    out: Names[Any] = Names(items)
+    out._find = find
+    return out
+
+
+def _encoded(name: str) -> bytes:
+    # Lone surrogates go as they are: the core finds no name for text that is no UTF-8.
+    return name.encode("utf-8", "surrogatepass")
 
 
 @dataclass(frozen=True)
@@ -13,83 +53,79 @@ class Field:
     name: str
     offset: int  # in the record
     width: int
+    type: str  # the type column of its line in the definition text; "" without one
 
 
 @dataclass(frozen=True)
 class Block:
-    tag: str  # what a host names it by, e.g. "DIPL"
-    name: str  # its name inside the definition text
+    tag: str  # what files and hosts name it by, e.g. "DIPL"
+    name: str  # its name in the definition text, e.g. "DaneIdPlSklaBlf"
     record_length: int
     repeating: bool  # any number of records (a document starts with one), else exactly one
-    fields: dict[str, Field] = field(default_factory=dict)  # in record order
+    fields: Dict[str, Field] = field(default_factory=dict)  # by name, in record order
 
 
 @dataclass(frozen=True)
 class Form:
     name: str
-    blocks: dict[str, Block] = field(default_factory=dict)  # by tag, in the order of the form
+    blocks: Dict[str, Block] = field(default_factory=dict)  # by tag, in the order of the form
 
 
 @dataclass(frozen=True)
 class Schema:
-    version: str
-    name: str
-    forms: dict[str, Form] = field(default_factory=dict)
+    version: str  # "1.3", "1.2"
+    name: str  # the definition's name, from its first line
+    forms: Dict[str, Form] = field(default_factory=dict)  # in definition order
 
 
-def _text(value: bytes | None) -> str:
-    return (value or b"").decode("cp1250")
+def _block(native: Any, definition: _native.BlockDef) -> Block:
+    """A block with its fields; `definition` lives as long as the process (the core never
+    releases its schemas), so the lookups may keep it."""
+    fields = [definition.fields[i] for i in range(definition.field_count)]
+    by_name = [_native.text(f.name) for f in fields]
+    reference = ctypes.byref(definition)
+
+    def find(name: str) -> Optional[str]:
+        index: int = native.navo_block_field(reference, _encoded(name))
+        return by_name[index] if index >= 0 else None
+
+    return Block(_native.text(definition.tag), _native.text(definition.name), definition.record_length,
+                 bool(definition.repeating),
+                 names(((n, Field(n, f.offset, f.width, _native.text(f.type))) for n, f in zip(by_name, fields)), find))
 
 
-def of_context(ctx: Any, version: str = "") -> Schema:
-    """A copy of definition 0 of a context (the names come through the dictionary)."""
-    c = ctx.contents
-    schema = Schema(version, "")
-    if not c.definitions or c.definitions.contents.count < 1:
-        return schema
-    definition = c.definitions.contents.items[0]
-    strings = c.dictionary.contents.strings
-    forms: dict[str, Form] = {}
-    for f in definition.forms[: definition.formCount]:
-        blocks: dict[str, Block] = {}
-        for ref in f.refs[: f.refCount]:
-            b = definition.blocks[ref.blockIndex]
-            fields = {}
-            for fd in b.fields[: b.fieldCount]:
-                name = _text(strings[fd.nameId])
-                fields[name] = Field(name, fd.offset, fd.width)
-            tag = _text(strings[b.tagId])
-            blocks[tag] = Block(tag, _text(b.name), b.recordLength, ref.occurrence == -1, fields)
-        name = _text(strings[f.id])
-        forms[name] = Form(name, blocks)
-    return Schema(version or _version_of(_text(definition.name)), _text(definition.name), forms)
+def _form(native: Any, definition: _native.FormDef) -> Form:
+    blocks = [_block(native, definition.blocks[i]) for i in range(definition.block_count)]
+    reference = ctypes.byref(definition)
 
+    def find(tag: str) -> Optional[str]:
+        index: int = native.navo_form_block(reference, _encoded(tag))
+        return blocks[index].tag if index >= 0 else None
 
-def _version_of(name: str) -> str:
-    return name.split()[-1] if name else ""
+    return Form(_native.text(definition.name), names(((b.tag, b) for b in blocks), find))
 
 
 _cache: dict[str, Schema] = {}
 
 
 def schema(version: str = "1.3") -> Schema:
-    """The forms, blocks and fields of definition version "1.2" or "1.3"."""
-    if version not in _cache:
-        ctx = _native.defined_context(version)
-        try:
-            _cache[version] = of_context(ctx, version)
-        finally:
-            _native.release_context(ctx)
-    return _cache[version]
+    """The forms, blocks and fields of definition version "1.2" or "1.3", as the core has them."""
+    if version in _cache:
+        return _cache[version]
+    native = _native.lib()
+    pointer = native.navo_schema_of(version.encode()) if isinstance(version, str) else None
+    if not pointer:
+        raise ValueError(f"{_native.message(_native.UNKNOWN_VERSION)}: {version!r}")
+    definition = pointer.contents
+    forms = [_form(native, definition.forms[i]) for i in range(definition.form_count)]
 
+    def find(name: str) -> Optional[str]:
+        form = native.navo_schema_form(pointer, _encoded(name))
+        return _native.text(form.contents.name) if form else None
 
-def packed_slices(fields: dict[str, Field], start: int = 0) -> list[tuple[str, int, int]]:
-    """(name, begin, end) of each field in the packed form: each field takes its width plus a NUL."""
-    out = []
-    for f in fields.values():
-        out.append((f.name, start, start + f.width))
-        start += f.width + 1
-    return out
+    made = Schema(_native.text(definition.version), _native.text(definition.name),
+                  names(((f.name, f) for f in forms), find))
+    return _cache.setdefault(version, made)
 
 
 __all__ = ["Field", "Block", "Form", "Schema", "schema"]

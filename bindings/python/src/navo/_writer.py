@@ -1,166 +1,143 @@
-"""Writing: navo.Writer builds documents from dicts and saves them as one file."""
+"""Writing: navo.Writer builds documents from dicts through the core's writer (navo_writer_*) and
+saves them as one file, whole or not at all."""
 
 from __future__ import annotations
 
 import ctypes
 import os
+import threading
 from ctypes import c_int32
 from types import TracebackType
-from typing import Any, Mapping, Sequence, Union
+from typing import Mapping, Optional, Sequence, Tuple, Union
 
 from . import _native, _schema
+from ._errors import SaveFailed, ValueRefused
 
 Record = Mapping[str, str]
 BlockValue = Union[Record, Sequence[Record]]
 
-_FILE_HEADER = (51, 8, 24, 24, 32)
-_DOC_HEADER = (51, 8, 8, 8, 24, 8, 24, 24, 8, 24, 24, 1, 1, 32)
-_ERROR_NOTE = (10, 10, 10, 10)
-_OCR_NOTE = (10, 10, 10, 72, 24, 24)
-
-
-class ValueRefused(ValueError):
-    """A value the file cannot carry: unknown name, too wide, not encodable, or holding a line
-    break or NUL. `location` names where, e.g. "TOBZBA #0 IORB[2].NumerRachunku"."""
-
-    def __init__(self, location: str, reason: str) -> None:
-        super().__init__(f"{location}: {reason}")
-        self.location = location
-        self.reason = reason
-
 
 class Writer:
     """Documents of one definition version ("1.2" or "1.3"), saved with save(path). The prolog
-    is set for the version; headers start blank at their full widths, so saved files load again.
-    Values are encoded with `encoding` (the files declare ISO 8859-2)."""
+    is the version's; headers start blank at their full widths, so saved files load again.
+    Values go into the file in `encoding` ("iso8859-2", the format's own, or "cp1250"). Every
+    refusal is the core's (ValueRefused); names are matched by the core's rule. A Writer may be
+    used from any thread; its calls take turns."""
 
     def __init__(self, version: str = "1.3", encoding: str = "iso8859-2") -> None:
-        self.encoding = encoding
         self.schema = _schema.schema(version)
-        self._ctx: Any = _native.defined_context(version)
-        with _native.GUARD.call():
-            _native.lib().dk_SetDefaultNAVOProlog(self._ctx, version.encode())
-        self.set_file_header(())
+        self.encoding = encoding
+        native = _native.lib()
+        self._writer: Optional[int] = native.navo_writer_new(version.encode(), _native.encoding_named(encoding), 0)
+        if not self._writer:
+            raise MemoryError("the core could not make a writer")
+        self._lock = threading.Lock()
+        self._file_header = [""] * native.navo_element_lines(_native.FILE_HEADER)
 
-    def _encode(self, location: str, value: str, width: int) -> bytes:
-        if not isinstance(value, str):
-            raise ValueRefused(location, f"{type(value).__name__} is not str")
-        try:
-            raw = value.encode(self.encoding)
-        except UnicodeEncodeError as e:
-            raise ValueRefused(location, f"{value[e.start:e.end]!r} cannot be written in {self.encoding}") from None
-        if len(raw) > width:
-            raise ValueRefused(location, f"{len(raw)} characters, the width is {width}")
-        if any(c in raw for c in b"\r\n\0"):
-            raise ValueRefused(location, "holds a line break or NUL")
-        return raw
-
-    def _lines(self, location: str, texts: Sequence[str], widths: Sequence[int]) -> list[bytes]:
-        if len(texts) > len(widths):
-            raise ValueRefused(location, f"{len(texts)} lines, at most {len(widths)}")
-        raw = [self._encode(f"{location}[{i}]", t, w) for i, (t, w) in enumerate(zip(texts, widths))]
-        return [r.ljust(w) for r, w in zip(raw + [b""] * (len(widths) - len(raw)), widths)]
-
-    def _context(self) -> Any:
-        if self._ctx is None:
+    def _open(self) -> int:
+        if self._writer is None:
             raise ValueError("the writer is closed")
-        return self._ctx
+        return self._writer
 
     def set_file_header(self, lines: Sequence[str]) -> None:
-        """Up to 5 lines (widths 51, 8, 24, 24, 32); missing ones are blank."""
-        filled = self._lines("file header", lines, _FILE_HEADER)
-        header = self._context().contents.header
-        for i, line in enumerate(filled, 1):
-            setattr(header, f"line{i}", line)
+        """The file header's lines (5 of them); missing ones are blank. A refused line leaves the
+        header as it was."""
+        native = _native.lib()
+        with self._lock:
+            writer = self._open()
+            wanted = list(lines) + [""] * (len(self._file_header) - len(lines))
+            encoded = [_native.c_text(line) for line in wanted]
+            why = _native.Refusal()
+            for i, line in enumerate(encoded):
+                if native.navo_writer_file_header(writer, i, line, ctypes.byref(why)):
+                    for j in range(i):  # lines the core took before: back to their texts
+                        native.navo_writer_file_header(writer, j, _native.c_text(self._file_header[j]), None)
+                    raise ValueRefused(why)
+            self._file_header = wanted
 
     def add_file_note(self, texts: Sequence[str]) -> None:
         """A note of the file: up to 4 texts of 10 characters."""
-        note = _native.ErrorNote(*self._lines("file note", texts, _ERROR_NOTE))
-        with _native.GUARD.call():
-            if not _native.lib().dk_AddNAVOError(self._context(), ctypes.byref(note)):
-                raise MemoryError("libnavo: dk_AddNAVOError failed")
+        with self._lock:
+            array, count = _native.c_texts(texts)
+            why = _native.Refusal()
+            if _native.lib().navo_writer_file_note(self._open(), array, count, ctypes.byref(why)):
+                raise ValueRefused(why)
 
-    def add(self, form: str, blocks: Mapping[str, BlockValue] | None = None, *, header: Sequence[str] = (),
-            notes: Sequence[Sequence[str]] = (), ocr_notes: Sequence[tuple[int, Sequence[str]]] = ()) -> int:
-        """Adds a document of `form` and gives its index. `blocks` maps a block's tag to a dict of
-        field values, or for a repeating block to a list of them; unnamed fields stay blank.
-        `header` has up to 14 lines, `notes` up to 4 texts each, `ocr_notes` (kind 0-3, texts).
-        Everything is checked before the document is made: a refusal leaves nothing behind."""
-        definition = self.schema.forms.get(form)
-        if definition is None:
-            raise ValueRefused(form, "no such form in the definition")
-        n = self._document_count(form)
-        where = f"{form} #{n}"
-        values: list[tuple[str, int, str, bytes]] = []  # tag, record, field, value
-        for tag, value in (blocks or {}).items():
-            block = definition.blocks.get(tag)
-            if block is None:
-                raise ValueRefused(f"{where} {tag}", "the form has no such block")
-            records = [value] if isinstance(value, Mapping) else list(value)
-            if not block.repeating and len(records) != 1:
-                raise ValueRefused(f"{where} {tag}", "a single block has exactly one record")
+    def add(self, form: str, blocks: Optional[Mapping[str, BlockValue]] = None, *, header: Sequence[str] = (),
+            notes: Sequence[Sequence[str]] = (), ocr_notes: Sequence[Tuple[int, Sequence[str]]] = ()) -> int:
+        """Adds a document of `form` and gives its number (from 1: its place in the saved file, as
+        Document.number gives it when read). `blocks` maps a block's tag to a dict of field
+        values, or for a repeating block to a list of them; unnamed fields stay blank. `header`
+        has up to 14 lines, `notes` up to 4 texts each, `ocr_notes` (kind 0-3, up to 6 texts).
+        A refusal (ValueRefused) or any other error leaves no part of the document behind."""
+        native = _native.lib()
+        with self._lock:
+            writer = self._open()
+            number = c_int32()
+            why = _native.Refusal()
+            if native.navo_writer_add_document(writer, _native.c_text(form), ctypes.byref(number), ctypes.byref(why)):
+                raise ValueRefused(why)
+            document = number.value
+            try:
+                self._fill(writer, document, self.schema.forms[form], blocks or {}, header, notes, ocr_notes, why)
+            except BaseException:
+                native.navo_writer_remove_document(writer, document)
+                raise
+            return document
+
+    def _fill(self, writer: int, document: int, form: _schema.Form, blocks: Mapping[str, BlockValue],
+              header: Sequence[str], notes: Sequence[Sequence[str]], ocr_notes: Sequence[Tuple[int, Sequence[str]]],
+              why: _native.Refusal) -> None:
+        native = _native.lib()
+        reason = ctypes.byref(why)
+
+        def check(code: int) -> None:
+            if code:
+                raise ValueRefused(why)
+
+        for tag, value in blocks.items():
+            encoded_tag = _native.c_text(tag)
+            if tag not in form.blocks:  # the core's refusal of the tag, which changes nothing
+                check(native.navo_writer_add_record(writer, document, encoded_tag, None, reason))
+            records: Sequence[Record] = [value] if isinstance(value, Mapping) else list(value)
+            if not all(isinstance(r, Mapping) for r in records):
+                raise TypeError(f"block {tag}: a dict of field values, or a list of them")
             for r, fields in enumerate(records):
+                if r > 0:  # a new document has one record of each block
+                    check(native.navo_writer_add_record(writer, document, encoded_tag, None, reason))
                 for name, text in fields.items():
-                    field_def = block.fields.get(name)
-                    if field_def is None:
-                        raise ValueRefused(f"{where} {tag}[{r}].{name}", "the block has no such field")
-                    values.append((tag, r, name, self._encode(f"{where} {tag}[{r}].{name}", text, field_def.width)))
-        head = self._lines(f"{where} header", header, _DOC_HEADER)
-        error_notes = [_native.ErrorNote(*self._lines(f"{where} note {i}", t, _ERROR_NOTE))
-                       for i, t in enumerate(notes)]
-        ocr = []
-        for i, (kind, texts) in enumerate(ocr_notes):
-            if kind not in (0, 1, 2, 3):
-                raise ValueRefused(f"{where} OCR note {i}", f"kind {kind} is not 0-3")
-            ocr.append(_native.OcrNote(kind, *self._lines(f"{where} OCR note {i}", texts, _OCR_NOTE)))
+                    check(native.navo_writer_set(writer, document, encoded_tag, r, _native.c_text(name),
+                                                 _native.c_text(text), reason))
+        for line, text in enumerate(header):
+            check(native.navo_writer_header(writer, document, line, _native.c_text(text), reason))
+        for texts in notes:
+            array, count = _native.c_texts(texts)
+            check(native.navo_writer_error_note(writer, document, array, count, reason))
+        for kind, texts in ocr_notes:
+            array, count = _native.c_texts(texts)
+            check(native.navo_writer_ocr_note(writer, document, kind, array, count, reason))
 
-        native, ctx, f = _native.lib(), self._context(), form.encode()  # f: the form's name as bytes
-        index = c_int32(-1)
-        with _native.GUARD.call():
-            ok = native.dk_AddDocument(ctx, f, ctypes.byref(index))
-            doc = index.value
-            header_record = ctypes.POINTER(_native.DocHeader)()
-            ok = ok and native.dk_GetDocHeader(ctx, f, doc, ctypes.byref(header_record))
-            for i, line in enumerate(head, 1):
-                setattr(header_record.contents, f"line{i}", line)
-            added = {tag: 1 for tag, b in definition.blocks.items() if b.repeating}
-            for tag, record, name, raw in values:
-                while ok and record >= added.get(tag, 1):
-                    ok = native.dk_AddBlock(ctx, f, doc, tag.encode(), ctypes.byref(c_int32()))
-                    added[tag] += 1
-                ok = ok and native.dk_SetField(ctx, f, doc, tag.encode(), record, name.encode(), raw)
-            for note in error_notes:
-                ok = ok and native.dk_AddDocError(ctx, f, doc, ctypes.byref(note))
-            for o in ocr:
-                ok = ok and native.dk_AddDocOCR(ctx, f, doc, ctypes.byref(o))
-        if not ok:
-            raise MemoryError(f"libnavo: building {where} failed (memory or spool file)")
-        return doc
-
-    def _document_count(self, form: str) -> int:
-        count = c_int32(0)
-        with _native.GUARD.call():
-            _native.lib().dk_GetDocCount(self._context(), form.encode(), ctypes.byref(count))
-        return count.value
-
-    def save(self, path: str | os.PathLike[str]) -> None:
-        """Writes every document, by form in the definition's order, then by index."""
-        with _native.GUARD.call():
-            if not _native.lib().dk_SaveNAVO(self._context(), os.fsencode(path), 1):
-                raise OSError(f"libnavo: {os.fspath(path)} could not be written")
+    def save(self, path: Union[str, os.PathLike[str]]) -> None:
+        """Writes every document, in the order of adding, to a new file beside `path` and puts it
+        in place whole. On failure (a full disk, no permission) it raises SaveFailed, an OSError,
+        and leaves at `path` what stood there before, whole. The documents stay in the writer."""
+        with self._lock:
+            why = _native.Refusal()
+            if _native.lib().navo_writer_save(self._open(), os.fsencode(path), ctypes.byref(why)):
+                raise SaveFailed(path, why)
 
     def close(self) -> None:
         """Releases the documents and their spool files."""
-        if self._ctx is not None:
-            with _native.GUARD.call():
-                _native.release_context(self._ctx)
-            self._ctx = None
+        with self._lock:
+            if self._writer is not None:
+                _native.lib().navo_writer_free(self._writer)
+                self._writer = None
 
     def __enter__(self) -> Writer:
         return self
 
-    def __exit__(self, kind: type[BaseException] | None, value: BaseException | None,
-                 traceback: TracebackType | None) -> None:
+    def __exit__(self, kind: Optional[type[BaseException]], value: Optional[BaseException],
+                 traceback: Optional[TracebackType]) -> None:
         self.close()
 
     def __del__(self) -> None:
@@ -168,3 +145,6 @@ class Writer:
             self.close()
         except Exception:
             pass
+
+
+__all__ = ["Writer", "ValueRefused", "SaveFailed"]
