@@ -230,18 +230,18 @@ const char *const *raw_fields(const navo_schema &schema, const navo_block_def &b
 const navo_form_def *find_form(const navo_schema &schema, std::string_view name) noexcept
 {
     const std::int32_t found =
-        match_name(name, schema.form_count, [&](std::int32_t i) { return std::string_view(schema.forms[i].name); });
+        match_name(name, schema.form_count, [&](std::int32_t i) { return schema.forms[i].name; });
     return found < 0 ? nullptr : &schema.forms[found];
 }
 
 std::int32_t find_block(const navo_form_def &form, std::string_view tag) noexcept
 {
-    return match_name(tag, form.block_count, [&](std::int32_t i) { return std::string_view(form.blocks[i].tag); });
+    return match_name(tag, form.block_count, [&](std::int32_t i) { return form.blocks[i].tag; });
 }
 
-std::int32_t find_field(const navo_block_def &block, std::string_view name) noexcept
+std::int32_t find_field(const navo_block_def &block, std::string_view name, std::int32_t expected) noexcept
 {
-    return match_name(name, block.field_count, [&](std::int32_t i) { return std::string_view(block.fields[i].name); });
+    return match_name(name, block.field_count, [&](std::int32_t i) { return block.fields[i].name; }, expected);
 }
 
 const navo_form_def *form_of_raw(const navo_schema &schema, std::string_view raw) noexcept

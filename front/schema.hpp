@@ -56,7 +56,8 @@ const char *const *raw_fields(const navo_schema &schema, const navo_block_def &b
 // Lookups by the rule of names; -1 or null when there is none.
 const navo_form_def *find_form(const navo_schema &schema, std::string_view name) noexcept;
 std::int32_t find_block(const navo_form_def &form, std::string_view tag) noexcept;
-std::int32_t find_field(const navo_block_def &block, std::string_view name) noexcept;
+// `expected`: the position tried first (see match_name).
+std::int32_t find_field(const navo_block_def &block, std::string_view name, std::int32_t expected = -1) noexcept;
 
 // The form whose name in the library's spelling is exactly `raw` (as the loader hands it), or null.
 const navo_form_def *form_of_raw(const navo_schema &schema, std::string_view raw) noexcept;

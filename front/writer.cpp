@@ -1,6 +1,7 @@
 // front/writer.cpp - the writer's refusals before anything changes, its documents by number, saving.
 #include "front/writer.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -77,6 +78,14 @@ const char *kind_of(std::int32_t area) noexcept
 std::string prepare(const navo_writer &writer, std::string_view text, std::int32_t width, navo_place place)
 {
     const bool truncate = (writer.flags & NAVO_TRUNCATE) != 0;
+    // ASCII without a character a NAVO text cannot carry, the bulk of all values, is its own bytes
+    // in both code pages.
+    const auto plain = [](char c) { return static_cast<unsigned char>(c) >= 0x20 && static_cast<unsigned char>(c) < 0x80 && c != '<'; };
+    if (text.size() <= static_cast<std::size_t>(width) && std::all_of(text.begin(), text.end(), plain)) {
+        std::string bytes(static_cast<std::size_t>(width), ' ');
+        std::copy(text.begin(), text.end(), bytes.begin());
+        return bytes;
+    }
     if (find_invalid_utf8(text) != std::string_view::npos)
         refuse(NAVO_NOT_UTF8, place, "the value is not UTF-8");
     if (text.find_first_of(std::string_view("\r\n\t\0<\x1A", 6)) != std::string_view::npos)
@@ -450,23 +459,29 @@ NAVO_FRONT_API int32_t NAVO_FRONT_CALL navo_writer_set(navo_writer *writer, int3
             refuse(NAVO_UNKNOWN_BLOCK, place, "the form has no block of that tag");
         const navo_block_def &def = form.blocks[position];
         set_name(place.block, def.tag);
-        const std::int32_t index = find_field(def, field);
+        const std::int32_t index = find_field(def, field, writer->lastBlock == &def ? writer->lastField + 1 : -1);
         if (index < 0)
             refuse(NAVO_UNKNOWN_FIELD, place, "the block has no field of that name");
         set_name(place.field, def.fields[index].name);
         const char *rawForm = raw_form_of(*writer, entry);
         const char *rawTag = raw_tag(*writer->schema, def);
-        std::int32_t records = 1;
-        if (def.repeating && !dk_GetBlockCount(writer->ctx.get(), rawForm, entry.docIndex, rawTag, &records))
-            refuse(NAVO_STORE_FAILED, place, "the document store refused the call");
-        if (record < 0 || record >= records)
-            refuse(NAVO_BAD_INDEX, place, "the block has no record of that number");
+        const auto no_record = [&] { refuse(NAVO_BAD_INDEX, place, "the block has no record of that number"); };
+        if (record < 0 || (!def.repeating && record != 0))
+            no_record();
         const std::string value = prepare(*writer, text, def.fields[index].width, place);
         if ((writer->flags & NAVO_CHECK) != 0)
             check_value(*writer, form, def, index, value, place);
+        // The store refuses a record beyond the block's count, with nothing changed; the count is
+        // asked only then, to tell that from a refusal of the store itself.
         if (!dk_SetField(writer->ctx.get(), rawForm, entry.docIndex, rawTag, record,
-                         raw_field(*writer->schema, def, index), value.c_str()))
+                         raw_field(*writer->schema, def, index), value.c_str())) {
+            std::int32_t records = 0;
+            if (dk_GetBlockCount(writer->ctx.get(), rawForm, entry.docIndex, rawTag, &records) && record >= records)
+                no_record();
             refuse(NAVO_STORE_FAILED, place, "the document store refused the value (spool file or memory)");
+        }
+        writer->lastBlock = &def;
+        writer->lastField = index;
     });
 }
 

@@ -29,6 +29,9 @@ struct navo_writer {
     std::vector<Entry> documents;
     navo::platform::ReplacementFile streamed;  // the file of navo_writer_begin until finish
     bool begun = false;
+    // The field set last: hosts set a block's fields in order, so the next is tried first.
+    const navo_block_def *lastBlock = nullptr;
+    std::int32_t lastField = -1;
 };
 
 // The safe output of a front end's own: a new file beside its path until commit.

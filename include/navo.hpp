@@ -8,15 +8,17 @@
 //   navo::Writer         builds documents by form, block and field name and saves them whole or
 //                        document by document; navo::Output writes a host's own file the same way.
 //   navo::schema         the forms, blocks and fields of definition "1.3" or "1.2" as C++ values.
+//   navo::check          the content checks of a file: each navo::Finding to a C++ callable (also
+//                        navo::load with LoadOptions::checks); navo::Rules, rules of one's own.
 //   navo::errc           every code of navo_code, in the category navo::category(): message() is
 //                        navo_message in Polish (the load codes 1-10; the others have English
 //                        only), navo::english() the English wording.
 // Everything else (code pages, messages, name matching, places, refusals, saving) is the core's.
 //
 // Failures. A load or conversion reports through its LoadResult and throws only what a callable
-// threw (or std::bad_alloc). The calls of Writer and Output, and Document's getters by name and
-// number, each have an overload taking std::error_code& that reports there and throws nothing but
-// std::bad_alloc, and one without it that throws: Writer and Output navo::refused, a
+// threw (or std::bad_alloc). The calls of Writer, Output and Rules, and Document's getters by name
+// and number, each have an overload taking std::error_code& that reports there and throws nothing
+// but std::bad_alloc, and one without it that throws: Writer, Output and Rules navo::refused, a
 // std::system_error carrying the place and reason of the refusal (the std::error_code overloads
 // leave them in last_refusal()); the others std::system_error.
 //
@@ -35,10 +37,10 @@
 // Threads (as navo_front.h). One load at a time in the process: navo::load, navo::convert and
 // navo::open_document wait for a load running on another thread, and one started from a callable
 // of a running load gets errc::load_in_progress. The callables run on the loading thread, one
-// after the other. navo::progress may be called from any thread at any time. A Writer, Output or
-// KeptDocument is used by one thread at a time; separate ones may work on separate threads at
-// once, also beside a load. navo.hpp takes no lock of its own; its only state, beside constants,
-// is one copy of each embedded definition, made once (a function-local static).
+// after the other. navo::progress may be called from any thread at any time. A Writer, Output,
+// Rules or KeptDocument is used by one thread at a time; separate ones may work on separate
+// threads at once, also beside a load. navo.hpp takes no lock of its own; its only state, beside
+// constants, is one copy of each embedded definition, made once (a function-local static).
 #ifndef NAVO_HPP
 #define NAVO_HPP
 
@@ -162,7 +164,10 @@ public:
         if (!text.empty())
             std::memcpy(target, text.data(), text.size());
         target[text.size()] = '\0';
-        std::replace(target, target + text.size(), '\0', '\x1A');
+        // Texts hardly ever hold a NUL: memchr finds out at the speed of a copy.
+        for (void *at = std::memchr(target, '\0', text.size()); at != nullptr;
+             at = std::memchr(at, '\0', text.size() - static_cast<std::size_t>(static_cast<char *>(at) - target)))
+            *static_cast<char *>(at) = '\x1A';
         text_ = target;
     }
     CText(const CText &) = delete;
@@ -480,6 +485,12 @@ inline const Schema &schema(std::string_view version)
     return *found;
 }
 
+// The letters of an OCR note's kind 0-3 as its tag carries them ("a", "z", "l", "l2"); "" for another.
+inline std::string_view ocr_kind_letters(int kind) noexcept
+{
+    return navo_ocr_kind_letters(kind);
+}
+
 // ---- places, faults, refusals ------------------------------------------------------------------
 
 // Where something is in a file or a writer's documents; what is not known is empty.
@@ -638,6 +649,92 @@ inline std::string Place::describe() const
     return out;
 }
 
+// ---- content checks ----------------------------------------------------------------------------
+
+// A value that fails its content rule (docs/content-checks.md).
+enum class finding_kind : std::int32_t {
+    value = NAVO_FINDING_VALUE,  // one field's value against its type's rule
+    cross = NAVO_FINDING_CROSS   // two fields of a record that disagree (on the second of them)
+};
+
+struct Finding {
+    finding_kind kind = finding_kind::value;
+    Place place;          // document (from 1), form, block, record (from 0), field
+    std::string type;     // the field's type name in the definition
+    std::string rule;     // the check that refused it: "pesel", "nip", "date", "pattern", ...
+    std::string problem;  // English, naming no value
+    std::string value;    // the value, trailing blanks trimmed: personal data, to show only when asked
+};
+
+namespace detail {
+inline Finding finding_of(const navo_finding &native)
+{
+    return {static_cast<finding_kind>(native.kind), place_of(native.place), text_of(native.type),
+            text_of(native.rule), text_of(native.problem), text_of(native.value)};
+}
+}  // namespace detail
+
+// Rules of one's own over the built-in ones (navo_rules), from a JSON text; move-only. An empty
+// Rules (default, moved from, or not made) stands for the built-in rules. A text that breaks the
+// grammar is errc::bad_rules with its line in last_refusal().place.line (navo::refused's place()
+// when thrown); a file that cannot be read errc::read_failed.
+class Rules : public detail::Refusals {
+public:
+    Rules() noexcept = default;
+    Rules(Rules &&other) noexcept : detail::Refusals(other), rules_(std::exchange(other.rules_, nullptr)) {}
+    Rules &operator=(Rules &&other) noexcept
+    {
+        if (this != &other) {
+            navo_rules_free(rules_);
+            detail::Refusals::operator=(other);
+            rules_ = std::exchange(other.rules_, nullptr);
+        }
+        return *this;
+    }
+    Rules(const Rules &) = delete;
+    Rules &operator=(const Rules &) = delete;
+    ~Rules() { navo_rules_free(rules_); }
+
+    // The rules of the file at `path`; on failure empty, with the refusal in last_refusal().
+    static Rules load(std::string_view path, std::error_code &ec)
+    {
+        Rules made;
+        made.run(ec, [&](navo_refusal *why) { return navo_rules_load(detail::CText(path).get(), &made.rules_, why); });
+        return made;
+    }
+    static Rules load(std::string_view path)
+    {
+        return made_or_thrown([&](std::error_code &ec) { return load(path, ec); });
+    }
+    // The rules of a JSON text.
+    static Rules parse(std::string_view json, std::error_code &ec)
+    {
+        Rules made;
+        made.run(ec, [&](navo_refusal *why) { return navo_rules_parse(json.data(), json.size(), &made.rules_, why); });
+        return made;
+    }
+    static Rules parse(std::string_view json)
+    {
+        return made_or_thrown([&](std::error_code &ec) { return parse(json, ec); });
+    }
+
+    explicit operator bool() const noexcept { return rules_ != nullptr; }
+    const navo_rules *native() const noexcept { return rules_; }
+
+private:
+    template <class Make>
+    static Rules made_or_thrown(Make &&make)
+    {
+        std::error_code ec;
+        Rules made = make(ec);
+        if (ec)
+            throw refused(made.last_refusal());
+        return made;
+    }
+
+    navo_rules *rules_ = nullptr;
+};
+
 // ---- reading -----------------------------------------------------------------------------------
 
 // How values come: UTF-8 from the file's code page, or the file's own bytes.
@@ -654,6 +751,8 @@ struct OcrNote {
 struct LoadOptions {
     navo::encoding encoding = navo::encoding::iso8859_2;  // the file's code page
     bool keep_going = false;  // after a faulty section go on with the next one; each fault is reported
+    bool checks = false;      // run the content checks on every field; each finding is reported
+    const Rules *rules = nullptr;  // the rules of the checks (must outlive the load); null: the built-in ones
 };
 
 enum class outcome { failed = NAVO_FAILED, done = NAVO_DONE, stopped = NAVO_STOPPED };
@@ -664,6 +763,7 @@ struct [[nodiscard]] LoadResult {
     int line = 0;          // where the reader stood at the end
     int lines = 0;         // the file's line count
     int documents = 0;     // documents handed out whole
+    int findings = 0;      // findings of the content checks (LoadOptions::checks)
     std::optional<Fault> fault;  // the first fault
     std::vector<Fault> faults;   // every fault, in the order of the file (more than one with keep_going)
     // The place of the first fault: empty when not known, or when there is no fault.
@@ -805,6 +905,12 @@ public:
         detail::split_into(all, values, count);
         values.resize(count);
     }
+    void record(BlockRef block, int index, std::vector<std::string> &values, as text = as::utf8) const
+    {
+        std::error_code ec;
+        record(block, index, values, ec, text);
+        check(ec);
+    }
     std::vector<std::string> record(BlockRef block, int index, as text = as::utf8) const
     {
         std::vector<std::string> values;
@@ -932,11 +1038,17 @@ struct NoCallback {};
 
 template <class F>
 concept document_callable = std::is_invocable_r_v<bool, F &, const Document &>;
-template <class F>
-concept fault_callable =
+// A callable of one argument that returns void, or bool (false stops); NoCallback when not given.
+template <class F, class Argument>
+concept report_callable =
     std::is_same_v<std::remove_cvref_t<F>, NoCallback> ||
-    (std::is_invocable_v<F &, const Fault &> &&
-     (std::is_void_v<std::invoke_result_t<F &, const Fault &>> || std::is_invocable_r_v<bool, F &, const Fault &>));
+    (std::is_invocable_v<F &, const Argument &> &&
+     (std::is_void_v<std::invoke_result_t<F &, const Argument &>> ||
+      std::is_invocable_r_v<bool, F &, const Argument &>));
+template <class F>
+concept fault_callable = report_callable<F, Fault>;
+template <class F>
+concept finding_callable = report_callable<F, Finding>;
 template <class F>
 concept sink_callable = std::is_invocable_r_v<bool, F &, std::string_view, std::string_view>;
 
@@ -945,16 +1057,30 @@ inline navo_load_options options_of(const LoadOptions &options) noexcept
     navo_load_options native{};
     native.encoding = static_cast<std::int32_t>(options.encoding);
     native.keep_going = options.keep_going ? 1 : 0;
+    native.checks = options.checks ? 1 : 0;
+    native.rules = options.rules != nullptr ? options.rules->native() : nullptr;
     return native;
+}
+
+// Calls a report callable: true goes on, false stops.
+template <class F, class Argument>
+bool report(F *callable, const Argument &argument)
+{
+    if constexpr (std::is_same_v<F, NoCallback>)
+        return true;
+    else if constexpr (std::is_void_v<std::invoke_result_t<F &, const Argument &>>)
+        return std::invoke(*callable, argument), true;
+    else
+        return static_cast<bool>(std::invoke(*callable, argument));
 }
 
 // The one bridge from the core's C callbacks to C++ callables. Nothing thrown crosses the C
 // frames: the first exception stops the load and finish() rethrows it once the core returned.
-template <class OnDocument, class OnFault, class Sink>
+template <class OnDocument, class OnFault, class OnFinding, class Sink>
 class Bridge {
 public:
-    Bridge(OnDocument *onDocument, OnFault *onFault, Sink *sink, LoadResult &result) noexcept
-        : onDocument_(onDocument), onFault_(onFault), sink_(sink), result_(result)
+    Bridge(OnDocument *onDocument, OnFault *onFault, OnFinding *onFinding, Sink *sink, LoadResult &result) noexcept
+        : onDocument_(onDocument), onFault_(onFault), onFinding_(onFinding), sink_(sink), result_(result)
     {
     }
     Bridge(const Bridge &) = delete;
@@ -965,6 +1091,8 @@ public:
         navo_load_callbacks native{};
         native.user = this;
         native.fault = &Bridge::on_fault;
+        if constexpr (!std::is_same_v<OnFinding, NoCallback>)
+            native.finding = &Bridge::on_finding;
         if constexpr (!std::is_same_v<OnDocument, NoCallback>) {
             native.file = &Bridge::on_file;
             native.document = &Bridge::on_document;
@@ -992,6 +1120,7 @@ public:
         result_.line = native.line;
         result_.lines = native.lines;
         result_.documents = native.documents;
+        result_.findings = native.findings;
         if (native.faults > 0) {
             result_.fault = fault_of(native.fault);
             const Place &place = result_.fault->place;
@@ -1044,13 +1173,13 @@ private:
         auto &self = *static_cast<Bridge *>(user);
         return self.guard([&] {
             const Fault &kept = self.result_.faults.emplace_back(fault_of(*fault));
-            if constexpr (std::is_same_v<OnFault, NoCallback>)
-                return true;
-            else if constexpr (std::is_void_v<std::invoke_result_t<OnFault &, const Fault &>>)
-                return std::invoke(*self.onFault_, kept), true;
-            else
-                return static_cast<bool>(std::invoke(*self.onFault_, kept));
+            return report(self.onFault_, kept);
         });
+    }
+    static std::int32_t NAVO_FRONT_CALL on_finding(void *user, const navo_finding *finding) noexcept
+    {
+        auto &self = *static_cast<Bridge *>(user);
+        return self.guard([&] { return report(self.onFinding_, finding_of(*finding)); });
     }
     static std::int32_t NAVO_FRONT_CALL on_end(void *user, const navo_file *file) noexcept
     {
@@ -1078,6 +1207,7 @@ private:
 
     OnDocument *onDocument_;
     OnFault *onFault_;
+    OnFinding *onFinding_;
     Sink *sink_;
     LoadResult &result_;
     std::exception_ptr error_;
@@ -1087,18 +1217,45 @@ private:
 
 // Reads the file at `path` and calls `onDocument(const Document&)` for each document: true goes
 // on, false stops (outcome stopped). `onFault(const Fault&)`, when given, gets each fault as it
-// comes (returning void, or false to stop); LoadResult::faults has them all. An exception from a
+// comes (returning void, or false to stop); LoadResult::faults has them all. With
+// LoadOptions::checks, `onFinding(const Finding&)` gets each finding (void, or false to stop),
+// those of a document before the document; pass {} for an onFault not wanted. An exception from a
 // callable stops the load and is rethrown once the core has returned (and released the file).
-template <class OnDocument, class OnFault = detail::NoCallback>
+template <class OnDocument, class OnFault = detail::NoCallback, class OnFinding = detail::NoCallback>
     requires detail::document_callable<std::remove_reference_t<OnDocument>> &&
-             detail::fault_callable<std::remove_reference_t<OnFault>>
+             detail::fault_callable<std::remove_reference_t<OnFault>> &&
+             detail::finding_callable<std::remove_reference_t<OnFinding>>
 LoadResult load(std::string_view path, OnDocument &&onDocument, const LoadOptions &options = {},
-                OnFault &&onFault = {})
+                OnFault &&onFault = {}, OnFinding &&onFinding = {})
 {
     LoadResult result;
-    detail::Bridge<std::remove_reference_t<OnDocument>, std::remove_reference_t<OnFault>, detail::NoCallback> bridge(
-        std::addressof(onDocument), std::addressof(onFault), nullptr, result);
+    detail::Bridge<std::remove_reference_t<OnDocument>, std::remove_reference_t<OnFault>,
+                   std::remove_reference_t<OnFinding>, detail::NoCallback>
+        bridge(std::addressof(onDocument), std::addressof(onFault), std::addressof(onFinding), nullptr, result);
     const navo_load_options native = detail::options_of(options);
+    const navo_load_callbacks callbacks = bridge.callbacks();
+    navo_load_result loaded{};
+    navo_load(detail::CText(path).get(), &native, &callbacks, &loaded);
+    bridge.finish(loaded);
+    return result;
+}
+
+// The content checks of the file at `path` (a load with LoadOptions::checks on, whatever
+// `options` say): each finding to `onFinding(const Finding&)` as the file is read (void, or false
+// to stop), each fault to `onFault`. The result counts the findings; it tells no version, header
+// or notes. Exceptions as for load.
+template <class OnFinding, class OnFault = detail::NoCallback>
+    requires detail::finding_callable<std::remove_reference_t<OnFinding>> &&
+             detail::fault_callable<std::remove_reference_t<OnFault>>
+LoadResult check(std::string_view path, OnFinding &&onFinding, const LoadOptions &options = {},
+                 OnFault &&onFault = {})
+{
+    LoadResult result;
+    detail::Bridge<detail::NoCallback, std::remove_reference_t<OnFault>, std::remove_reference_t<OnFinding>,
+                   detail::NoCallback>
+        bridge(nullptr, std::addressof(onFault), std::addressof(onFinding), nullptr, result);
+    navo_load_options native = detail::options_of(options);
+    native.checks = 1;
     const navo_load_callbacks callbacks = bridge.callbacks();
     navo_load_result loaded{};
     navo_load(detail::CText(path).get(), &native, &callbacks, &loaded);
@@ -1126,8 +1283,9 @@ template <class Sink, class OnFault = detail::NoCallback>
 LoadResult convert(std::string_view path, format to, const ConvertOptions &options, Sink &&sink, OnFault &&onFault = {})
 {
     LoadResult result;
-    using Bridge = detail::Bridge<detail::NoCallback, std::remove_reference_t<OnFault>, std::remove_reference_t<Sink>>;
-    Bridge bridge(nullptr, std::addressof(onFault), std::addressof(sink), result);
+    using Bridge = detail::Bridge<detail::NoCallback, std::remove_reference_t<OnFault>, detail::NoCallback,
+                                  std::remove_reference_t<Sink>>;
+    Bridge bridge(nullptr, std::addressof(onFault), nullptr, std::addressof(sink), result);
     const navo_load_options native = detail::options_of(options);
     const navo_load_callbacks callbacks = bridge.callbacks();
     navo_load_result loaded{};
@@ -1381,15 +1539,26 @@ public:
         ec = detail::code_of(navo_writer_remove_document(writer_, document));
         if (ec) {
             // The core's remove tells no place or reason: the document and the code's words stand for them.
-            why_ = detail::no_refusal();
-            why_.code = ec.value();
+            unplaced(ec);
             why_.place.document = document;
-            detail::put_text(why_.reason, navo_message(ec.value(), NAVO_ENGLISH));
         }
     }
     void remove_document(int document)
     {
         checked([&](std::error_code &ec) { remove_document(document, ec); });
+    }
+
+    // The rules of writer_flags::check (an empty Rules: the built-in ones, as before any call).
+    // `rules` must outlive the writer, or the next set_rules.
+    void set_rules(const Rules &rules, std::error_code &ec)
+    {
+        ec = detail::code_of(navo_writer_rules(writer_, rules.native()));
+        if (ec)
+            unplaced(ec);
+    }
+    void set_rules(const Rules &rules)
+    {
+        checked([&](std::error_code &ec) { set_rules(rules, ec); });
     }
 
     // Line `line` (from 0) of a document's header.
@@ -1492,6 +1661,14 @@ public:
     }
 
 private:
+    // A refusal of a call that tells no place or reason: the code's words stand for it.
+    void unplaced(const std::error_code &ec) noexcept
+    {
+        why_ = detail::no_refusal();
+        why_.code = ec.value();
+        detail::put_text(why_.reason, navo_message(ec.value(), NAVO_ENGLISH));
+    }
+
     navo_writer *writer_ = nullptr;
     const Schema *schema_ = nullptr;
 };

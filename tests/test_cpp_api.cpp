@@ -1,6 +1,7 @@
 // test_cpp_api.cpp - what navo.hpp adds to navo_front.h: the bridge from the core's callbacks to
-// C++ callables (stops, exceptions, nested loads, faults), codes and their words, the views and
-// copies a host keeps, the writer's two kinds of overloads and its refusals, work on threads.
+// C++ callables (stops, exceptions, nested loads, faults, findings), codes and their words, the
+// views and copies a host keeps, the writer's two kinds of overloads and its refusals, content
+// checks with rules of one's own, work on threads.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -338,16 +339,16 @@ TEST_F(CppApi, WriterOverloadsAndRefusals)
     navo::Writer cp("1.3", navo::encoding::cp1250);
     const int first = cp.add_document("TOBZBA", {"DOC-1"});
     EXPECT_EQ(0, cp.add_document("TOBZBA", {"DOC-2", "123456789"}, ec));
-    const int third = cp.add_document("tobzba");
-    EXPECT_EQ(3, third);
+    const int second = cp.add_document("tobzba");
+    EXPECT_EQ(2, second) << "the refused document's number is given again";
     cp.set(first, "dipl", 0, "nazwisko", "ŁUKĄ");
     cp.set_file_header(0, "PLIK");
     cp.add_file_note({"F1", "F2"});
-    cp.add_ocr_note(third, 3, {"O1"});
+    cp.add_ocr_note(second, 3, {"O1"});
     cp.save(tmp.file("whole.navo"));
     cp.begin(tmp.file("streamed.navo"));
     cp.write_document(first);
-    cp.write_document(third);
+    cp.write_document(second);
     cp.finish();
     EXPECT_EQ(navo_test::readFile(tmp.file("whole.navo")), navo_test::readFile(tmp.file("streamed.navo")));
     std::vector<std::string> seen;
@@ -374,6 +375,74 @@ TEST_F(CppApi, WriterOverloadsAndRefusals)
     }
     EXPECT_EQ("bytes", navo_test::readFile(tmp.file("out.txt")));
     EXPECT_FALSE(std::filesystem::exists(tmp.file("abandoned.txt")));
+}
+
+// Content checks: findings through navo::check and through a load's finding callable (one that
+// stops), rules of one's own parsed or refused with their line, a checking writer and its rules.
+TEST_F(CppApi, ContentChecksAndRules)
+{
+    const std::string path = tmp.file("checked.navo");
+    {
+        navo::Writer w;
+        const int doc = w.add_document("TOBZBA");
+        w.set(doc, "DIPL", 0, "Nip", "5261040827");            // check digit one off
+        w.set(doc, "DIPL", 0, "Pesel", "44051401359");         // 14 May 1944 ...
+        w.set(doc, "DIPL", 0, "DataUrodzenia", "15051944");    // ... beside the 15th
+        w.save(path);
+    }
+    std::vector<navo::Finding> found;
+    const navo::LoadResult checked = navo::check(path, [&](const navo::Finding &f) { found.push_back(f); });
+    EXPECT_TRUE(checked) << checked.code.message();
+    EXPECT_EQ(2, checked.findings);
+    ASSERT_EQ(2u, found.size());
+    EXPECT_EQ(navo::finding_kind::value, found[0].kind);
+    EXPECT_EQ("document 1 (TOBZBA), body, block DIPL record 0, field Nip", found[0].place.describe());
+    EXPECT_EQ("t_NIP", found[0].type);
+    EXPECT_EQ("nip", found[0].rule);
+    EXPECT_FALSE(found[0].problem.empty());
+    EXPECT_EQ("5261040827", found[0].value);
+    EXPECT_EQ(navo::finding_kind::cross, found[1].kind);
+    EXPECT_EQ("pesel-birth-date", found[1].rule);
+
+    // A finding callable that stops: the document behind it is not handed out.
+    navo::LoadOptions options;
+    options.checks = true;
+    int documents = 0;
+    const navo::LoadResult stopped = navo::load(
+        path, [&](const navo::Document &) { return ++documents > 0; }, options, {},
+        [](const navo::Finding &) { return false; });
+    EXPECT_EQ(navo::outcome::stopped, stopped.outcome);
+    EXPECT_EQ(0, documents);
+
+    std::error_code ec;
+    const navo::Rules off = navo::Rules::parse(
+        R"({"rules": [{"form": "TOBZBA", "block": "DIPL", "field": "Nip", "check": "none"}], "cross_checks": false})", ec);
+    ASSERT_FALSE(ec) << off.last_refusal().reason;
+    EXPECT_TRUE(off);
+    options.rules = &off;
+    EXPECT_EQ(0, navo::check(path, [](const navo::Finding &) {}, options).findings);
+
+    const navo::Rules bad = navo::Rules::parse("{\"rules\": [\n  {\"type\": \"t_NIP\", \"check\": \"nipp\"}]}", ec);
+    EXPECT_EQ(navo::errc::bad_rules, ec);
+    EXPECT_FALSE(bad);
+    EXPECT_EQ(std::optional<int>(2), bad.last_refusal().place.line);
+    try {
+        (void)navo::Rules::parse("{\"rules\": [\n  {\"type\": \"t_NIP\", \"check\": \"nipp\"}]}");
+        ADD_FAILURE() << "nothing thrown";
+    } catch (const navo::refused &e) {
+        EXPECT_EQ(std::optional<int>(2), e.place().line);
+    }
+    (void)navo::Rules::load(tmp.file("none.json"), ec);
+    EXPECT_EQ(navo::errc::read_failed, ec);
+
+    navo::Writer w("1.3", navo::encoding::iso8859_2, navo::writer_flags::check);
+    const int doc = w.add_document("TOBZBA");
+    w.set(doc, "DIPL", 0, "Nip", "5261040827", ec);
+    EXPECT_EQ(navo::errc::content_refused, ec);
+    EXPECT_EQ("Nip", w.last_refusal().place.field);
+    w.set_rules(off);
+    w.set(doc, "DIPL", 0, "Nip", "5261040827", ec);
+    EXPECT_FALSE(ec) << w.last_refusal().reason;
 }
 
 // Two writers on two threads at once, beside a load on a third that waits in its callable until

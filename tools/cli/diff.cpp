@@ -1,48 +1,58 @@
-// diff.cpp - `navo diff`: two files compared document by document. Each file is first flattened
-// to a temporary list of (document, block, record, field, value) lines, one load at a time; the
-// two lists are then walked side by side, so that memory stays flat whatever the files' sizes.
-#include <filesystem>
-#include <set>
+// diff.cpp - `navo diff`: two files compared document by document. Each file is read once with
+// navo::load and its documents flattened into a scratch file, (place, value) a line; the two are
+// then walked side by side, so that memory stays flat whatever the files' sizes.
+#include <algorithm>
+#include <array>
+#include <tuple>
 #include <unordered_map>
-
-#include <fmt/format.h>
 
 #include "commands.hpp"
 #include "common.hpp"
+#include "platform/scratch_file.hpp"
+#include "progress.hpp"
 
 namespace navo_cli {
-
-Encoding parseEncoding(const std::string &name);
-
 namespace {
 
+// Where an entry stands in its document: headers first, the blocks in the form's order, notes last.
 constexpr int kHeaderPosition = -1;
 constexpr int kOcrPosition = 1000000;
 constexpr int kErrorPosition = 1000001;
 
-std::string escape(std::string_view raw)
+struct Entry {
+    int position = 0;  // the block's place in the form, or one of the above
+    int record = 0;    // of the block or note, from 0
+    int fieldPosition = 0;
+    std::string block, field, value;
+
+    auto order() const { return std::tie(position, record, fieldPosition); }
+};
+
+// A document of a flattened file: its entries lie at `offset` of the scratch file.
+struct Group {
+    int number = 0;  // from 1; 0 for the file's header and footer
+    std::string form;
+    std::string key;  // the value of --key, trailing blanks trimmed
+    std::int64_t offset = 0;
+    std::size_t entries = 0;
+    bool footer = false;  // with number 0: the file's footer, else its header
+};
+
+std::string escape(std::string_view text)
 {
     std::string out;
-    for (char c : raw) {
-        if (c == '\\')
-            out += "\\\\";
-        else if (c == '\t')
-            out += "\\t";
-        else if (c == '\n')
-            out += "\\n";
-        else
-            out += c;
-    }
+    for (const char c : text)
+        out += c == '\\' ? "\\\\" : c == '\t' ? "\\t" : c == '\n' ? "\\n" : std::string(1, c);
     return out;
 }
 
 std::string unescape(std::string_view text)
 {
     std::string out;
-    for (size_t i = 0; i < text.size(); i++) {
+    for (std::size_t i = 0; i < text.size(); i++) {
         if (text[i] == '\\' && i + 1 < text.size()) {
-            char n = text[++i];
-            out += n == 't' ? '\t' : n == 'n' ? '\n' : n;
+            const char next = text[++i];
+            out += next == 't' ? '\t' : next == 'n' ? '\n' : next;
         } else {
             out += text[i];
         }
@@ -50,332 +60,310 @@ std::string unescape(std::string_view text)
     return out;
 }
 
-// Lines: group, form, position, record, field position, block, field, value. Group H is the file
-// header, F the file footer, numbers the documents.
-class Flatten : public Visitor {
+class ScratchFile {
 public:
-    explicit Flatten(std::FILE *out) : out_(out) {}
-    void begin(const FileInfo &info) override
+    ScratchFile() : file_(navo::platform::open_scratch_file())
     {
-        line("H", "", kHeaderPosition, 0, 0, "@file", "version", info.version);
-        for (size_t i = 0; i < info.header.size(); i++)
-            line("H", "", kHeaderPosition, 0, static_cast<int>(i) + 1, "@header", fmt::format("line{}", i + 1), info.header[i]);
+        if (file_ == nullptr)
+            throw Failure(kExitUsage, "a scratch file cannot be made in the directory for temporary files");
     }
-    void document(const DocumentView &doc) override
-    {
-        std::string group = std::to_string(doc.number());
-        auto header = doc.header();
-        for (size_t i = 0; i < header.size(); i++)
-            line(group, doc.form(), kHeaderPosition, 0, static_cast<int>(i), "@header", fmt::format("line{}", i + 1), header[i]);
-        std::vector<std::string> values;
-        const auto &blocks = doc.definition().blocks;
-        for (size_t p = 0; p < blocks.size(); p++) {
-            int32_t count = doc.recordCount(blocks[p]);
-            for (int32_t r = 0; r < count; r++) {
-                doc.record(blocks[p], r, values);
-                for (size_t i = 0; i < values.size(); i++)
-                    line(group, doc.form(), static_cast<int>(p), r, static_cast<int>(i), blocks[p].tag,
-                         blocks[p].fields[i].name, values[i]);
-            }
-        }
-        NoteList notes = doc.notes();
-        for (size_t n = 0; n < notes.ocr.size(); n++) {
-            line(group, doc.form(), kOcrPosition, static_cast<int>(n), 0, "@ocr", "kind", std::to_string(notes.ocr[n].kind));
-            for (size_t i = 0; i < notes.ocr[n].texts.size(); i++)
-                line(group, doc.form(), kOcrPosition, static_cast<int>(n), static_cast<int>(i) + 1, "@ocr",
-                     fmt::format("text{}", i + 1), notes.ocr[n].texts[i]);
-        }
-        errors(group, doc.form(), notes.errors);
-    }
-    void end(const FileInfo &, const std::vector<std::vector<std::string>> &fileNotes) override
-    {
-        line("F", "", -2, 0, 0, "@end", "", ""); // every list ends with a group F
-        errors("F", "", fileNotes);
-    }
-
-private:
-    void errors(const std::string &group, const std::string &form, const std::vector<std::vector<std::string>> &notes)
-    {
-        for (size_t n = 0; n < notes.size(); n++)
-            for (size_t i = 0; i < notes[n].size(); i++)
-                line(group, form, kErrorPosition, static_cast<int>(n), static_cast<int>(i), "@error",
-                     fmt::format("text{}", i + 1), notes[n][i]);
-    }
-    void line(const std::string &group, const std::string &form, int position, int record, int fieldPosition,
-              const std::string &block, const std::string &field, const std::string &value)
-    {
-        fmt::print(out_, "{}\t{}\t{}\t{}\t{}\t{}\t{}\t{}\n", group, form, position, record, fieldPosition, block, field,
-                   escape(value));
-    }
-    std::FILE *out_;
-};
-
-struct Entry {
-    std::string group, form, block, field, value;
-    int position = 0, record = 0, fieldPosition = 0;
-    bool operator<(const Entry &o) const
-    {
-        return std::tie(position, record, fieldPosition) < std::tie(o.position, o.record, o.fieldPosition);
-    }
-};
-
-class FlatReader {
-public:
-    explicit FlatReader(std::FILE *file) : file_(file) { advance(); }
-    bool has() const { return has_; }
-    const Entry &peek() const { return entry_; }
-    long long offset() const { return offset_; }
-    void advance()
-    {
-        offset_ = positionOf(file_);
-        has_ = false;
-        std::string line;
-        int c;
-        while ((c = std::getc(file_)) != EOF && c != '\n')
-            line += static_cast<char>(c);
-        if (line.empty())
-            return;
-        std::vector<std::string_view> parts;
-        std::string_view rest(line);
-        for (int i = 0; i < 7; i++) {
-            size_t tab = rest.find('\t');
-            parts.push_back(rest.substr(0, tab));
-            rest.remove_prefix(tab + 1);
-        }
-        entry_ = {std::string(parts[0]), std::string(parts[1]), std::string(parts[5]), std::string(parts[6]),
-                  unescape(rest), std::stoi(std::string(parts[2])), std::stoi(std::string(parts[3])),
-                  std::stoi(std::string(parts[4]))};
-        has_ = true;
-    }
-    void seek(long long offset)
-    {
-        seekTo(file_, offset);
-        advance();
-    }
+    ~ScratchFile() { std::fclose(file_); }
+    ScratchFile(const ScratchFile &) = delete;
+    ScratchFile &operator=(const ScratchFile &) = delete;
+    std::FILE *get() const { return file_; }
 
 private:
     std::FILE *file_;
-    Entry entry_;
-    bool has_ = false;
-    long long offset_ = 0;
 };
 
+// One file flattened: its documents' entries in a scratch file, the header and notes in memory.
+class Flat {
+public:
+    Flat(const std::string &path, const DiffOptions &options, bool noProgress)
+    {
+        navo::LoadOptions load;
+        load.encoding = options.encoding;
+        navo::LoadResult result;
+        {
+            ProgressBar bar(progress_terminal(noProgress), load_progress);
+            result = navo::load(path, [&](const navo::Document &doc) { return add(doc, options); }, load);
+            if (result)
+                bar.finish();
+        }
+        if (!result)
+            fail_load(path, result);
+        if (std::fflush(scratch_.get()) != 0)
+            throw Failure(kExitUsage, "the scratch file cannot be written");
+        header_.push_back({kHeaderPosition, 0, 0, "@file", "version", result.version});
+        for (std::size_t i = 0; i < result.file_header.size(); i++)
+            header_.push_back({kHeaderPosition, 0, static_cast<int>(i) + 1, "@header", fmt::format("line{}", i + 1),
+                               result.file_header[i]});
+        errorNotes(footer_, result.file_notes);
+    }
+
+    const std::vector<Group> &groups() const { return groups_; }
+    const std::vector<Entry> &header() const { return header_; }
+    const std::vector<Entry> &footer() const { return footer_; }
+
+    // The entries of a group, one at a time.
+    class Reader {
+    public:
+        Reader(const Flat &flat, const Group &group) : file_(flat.scratch_.get()), left_(group.entries)
+        {
+            if (!navo::platform::seek_to(file_, group.offset))
+                throw Failure(kExitUsage, "the scratch file cannot be read");
+            advance();
+        }
+        Reader(const std::vector<Entry> &entries) : list_(&entries), left_(entries.size()) { advance(); }
+        bool has() const { return has_; }
+        const Entry &peek() const { return entry_; }
+        void advance()
+        {
+            has_ = left_ > 0;
+            if (!has_)
+                return;
+            left_--;
+            if (list_ != nullptr) {
+                entry_ = (*list_)[list_->size() - left_ - 1];
+                return;
+            }
+            line_.clear();
+            int c = 0;
+            while ((c = std::getc(file_)) != EOF && c != '\n')
+                line_ += static_cast<char>(c);
+            std::string_view rest = line_;
+            std::string_view parts[5];
+            for (std::string_view &part : parts) {
+                const std::size_t tab = std::min(rest.find('\t'), rest.size());
+                part = rest.substr(0, tab);
+                rest.remove_prefix(std::min(tab + 1, rest.size()));
+            }
+            entry_ = {std::stoi(std::string(parts[0])), std::stoi(std::string(parts[1])),
+                      std::stoi(std::string(parts[2])), std::string(parts[3]), std::string(parts[4]), unescape(rest)};
+        }
+
+    private:
+        std::FILE *file_ = nullptr;
+        const std::vector<Entry> *list_ = nullptr;
+        std::size_t left_;
+        bool has_ = false;
+        Entry entry_;
+        std::string line_;
+    };
+
+private:
+    bool add(const navo::Document &doc, const DiffOptions &options)
+    {
+        Group &group = groups_.emplace_back();
+        group.number = doc.number();
+        group.form = doc.form();
+        group.offset = navo::platform::position_of(scratch_.get());
+        // The key's block and field as the core finds them in this document's form.
+        if (!options.keyBlock.empty()) {
+            const navo::Block *block = doc.definition().block(options.keyBlock);
+            const navo::Field *field = block != nullptr ? block->field(options.keyField) : nullptr;
+            if (field != nullptr)
+                group.key = trim_right(doc.field(*block, 0, *field));
+        }
+        const std::array<std::string, 14> header = doc.header();
+        for (std::size_t i = 0; i < header.size(); i++)
+            put(group, {kHeaderPosition, 0, static_cast<int>(i), "@header", fmt::format("line{}", i + 1), header[i]});
+        const std::vector<navo::Block> &blocks = doc.definition().blocks;
+        for (std::size_t p = 0; p < blocks.size(); p++) {
+            const int count = doc.records(blocks[p]);
+            for (int r = 0; r < count; r++) {
+                doc.record(blocks[p], r, values_);
+                for (std::size_t i = 0; i < values_.size(); i++)
+                    put(group, {static_cast<int>(p), r, static_cast<int>(i), blocks[p].tag, blocks[p].fields[i].name,
+                                values_[i]});
+            }
+        }
+        int n = 0;
+        for (const navo::OcrNote &note : doc.ocr_notes()) {
+            put(group, {kOcrPosition, n, 0, "@ocr", "kind", std::to_string(note.kind)});
+            for (std::size_t i = 0; i < note.text.size(); i++)
+                put(group, {kOcrPosition, n, static_cast<int>(i) + 1, "@ocr", fmt::format("text{}", i + 1), note.text[i]});
+            n++;
+        }
+        std::vector<Entry> errors;
+        errorNotes(errors, doc.error_notes());
+        for (Entry &entry : errors)
+            put(group, std::move(entry));
+        return true;
+    }
+    static void errorNotes(std::vector<Entry> &out, const std::vector<navo::ErrorNote> &notes)
+    {
+        for (std::size_t n = 0; n < notes.size(); n++) {
+            for (std::size_t i = 0; i < notes[n].text.size(); i++)
+                out.push_back({kErrorPosition, static_cast<int>(n), static_cast<int>(i), "@error",
+                               fmt::format("text{}", i + 1), notes[n].text[i]});
+        }
+    }
+    void put(Group &group, const Entry &entry)
+    {
+        fmt::print(scratch_.get(), "{}\t{}\t{}\t{}\t{}\t{}\n", entry.position, entry.record, entry.fieldPosition,
+                   entry.block, entry.field, escape(entry.value));
+        group.entries++;
+    }
+
+    ScratchFile scratch_;
+    std::vector<Group> groups_;
+    std::vector<Entry> header_;
+    std::vector<Entry> footer_;
+    std::vector<std::string> values_;
+};
+
+// Writes the differences, as text or JSON Lines, and counts them.
 class Reporter {
 public:
-    Reporter(const DiffOptions &options) : json_(options.format == "jsonl"), enc_(parseEncoding(options.encoding)) {}
+    Reporter(const DiffOptions &options, bool showValues)
+        : json_(options.format == Report::jsonl), showValues_(showValues)
+    {
+    }
     int differences = 0;
 
-    void onlyIn(const char *side, const std::string &group, const std::string &form)
+    void only_in(char side, const Group &group)
     {
-        differences++;
         if (json_)
-            fmt::print("{{\"change\":\"only_in_{}\",\"document_{}\":{},\"form\":{}}}\n", side, side, group,
-                       jsonString(form));
+            emit(fmt::format("{{\"change\":\"only_in_{}\",\"document_{}\":{},\"form\":{}}}", side, side, group.number,
+                             json_string(group.form)));
         else
-            fmt::print("document {} ({}): only in {}\n", group, form, side == std::string("a") ? "A" : "B");
+            emit(fmt::format("document {} ({}): only in {}", group.number, group.form, side == 'a' ? 'A' : 'B'));
     }
-    void formDiffers(const std::string &a, const std::string &b, const std::string &formA, const std::string &formB)
+    void form(const Group &a, const Group &b)
     {
-        differences++;
         if (json_)
-            fmt::print("{{\"change\":\"form\",\"document_a\":{},\"document_b\":{},\"form_a\":{},\"form_b\":{}}}\n", a,
-                       b, jsonString(formA), jsonString(formB));
+            emit(fmt::format("{{\"change\":\"form\",\"document_a\":{},\"document_b\":{},\"form_a\":{},\"form_b\":{}}}",
+                             a.number, b.number, json_string(a.form), json_string(b.form)));
         else
-            fmt::print("{}: form {} in A, {} in B\n", label(a, b), formA, formB);
+            emit(fmt::format("{}: form {} in A, {} in B", label(a, b, ""), a.form, b.form));
     }
-    void record(const char *change, const std::string &a, const std::string &b, const Entry &e)
+    void record(char side, const Group &a, const Group &b, const Entry &entry)
     {
-        differences++;
         if (json_)
-            fmt::print("{{\"change\":\"{}\",{},\"form\":{},\"block\":{},\"record\":{}}}\n", change, docs(a, b),
-                       jsonString(e.form), jsonString(e.block), e.record);
+            emit(fmt::format("{{\"change\":\"record_only_in_{}\",{},\"form\":{},\"block\":{},\"record\":{}}}", side,
+                             documents(a, b), json_string(a.form), json_string(entry.block), entry.record));
         else
-            fmt::print("{}: block {} record {} only in {}\n", label(a, b, e.form), e.block, e.record,
-                       change == std::string("record_only_in_a") ? "A" : "B");
+            emit(fmt::format("{}: block {} record {} only in {}", label(a, b, a.form), entry.block, entry.record,
+                             side == 'a' ? 'A' : 'B'));
     }
-    void field(const std::string &a, const std::string &b, const Entry &ea, const Entry &eb)
+    void field(const Group &a, const Group &b, const Entry &ea, const Entry &eb)
     {
-        differences++;
         std::string values;
-        if (globalOptions.showValues)
+        if (showValues_)
             values = json_ ? fmt::format(",\"a\":{},\"b\":{}", shown(ea.value), shown(eb.value))
                            : fmt::format(": {} -> {}", shown(ea.value), shown(eb.value));
         if (json_)
-            fmt::print("{{\"change\":\"field\",{},\"form\":{},\"block\":{},\"record\":{},\"field\":{}{}}}\n", docs(a, b),
-                       jsonString(ea.form), jsonString(ea.block), ea.record, jsonString(ea.field), values);
+            emit(fmt::format("{{\"change\":\"field\",{},\"form\":{},\"block\":{},\"record\":{},\"field\":{}{}}}",
+                             documents(a, b), json_string(a.form), json_string(ea.block), ea.record,
+                             json_string(ea.field), values));
         else
-            fmt::print("{}: block {} record {} field {} differs{}\n", label(a, b, ea.form), ea.block, ea.record,
-                       ea.field, values);
+            emit(fmt::format("{}: block {} record {} field {} differs{}", label(a, b, a.form), ea.block, ea.record,
+                             ea.field, values));
     }
 
 private:
-    std::string shown(const std::string &raw) const { return jsonString(toUtf8(trimRight(raw), enc_)); }
-    static std::string label(const std::string &a, const std::string &b, const std::string &form = "")
+    void emit(const std::string &line)
     {
-        std::string what = a == "H" ? "file header" : a == "F" ? "file footer" : a == b ? "document " + a : "document " + a + " (A) / " + b + " (B)";
+        differences++;
+        if (!write_out(line + '\n'))
+            output_failed();
+    }
+    static std::string shown(std::string_view value) { return json_string(trim_right(value)); }
+    static std::string label(const Group &a, const Group &b, const std::string &form)
+    {
+        std::string what = a.number == 0          ? (a.footer ? "file footer" : "file header")
+                           : a.number == b.number ? fmt::format("document {}", a.number)
+                                                  : fmt::format("document {} (A) / {} (B)", a.number, b.number);
         return form.empty() ? what : what + " (" + form + ")";
     }
-    static std::string docs(const std::string &a, const std::string &b)
+    static std::string documents(const Group &a, const Group &b)
     {
-        auto number = [](const std::string &g) { return g == "H" || g == "F" ? "0" : g; };
-        return fmt::format("\"document_a\":{},\"document_b\":{}", number(a), number(b));
+        return fmt::format("\"document_a\":{},\"document_b\":{}", a.number, b.number);
     }
+
     bool json_;
-    Encoding enc_;
+    bool showValues_;
 };
 
-// Walks one group of each reader side by side.
-void compareGroups(FlatReader &a, FlatReader &b, Reporter &report)
+// Walks two groups side by side: fields of one place that differ, records of only one side.
+void compare(Flat::Reader a, Flat::Reader b, const Group &ga, const Group &gb, Reporter &report)
 {
-    std::string ga = a.peek().group, gb = b.peek().group;
-    if (a.peek().form != b.peek().form) {
-        report.formDiffers(ga, gb, a.peek().form, b.peek().form);
-        while (a.has() && a.peek().group == ga)
-            a.advance();
-        while (b.has() && b.peek().group == gb)
-            b.advance();
+    if (ga.form != gb.form) {
+        report.form(ga, gb);
         return;
     }
-    int lastA = -2, lastB = -2, lastRecordA = -1, lastRecordB = -1;
-    for (;;) {
-        bool hasA = a.has() && a.peek().group == ga, hasB = b.has() && b.peek().group == gb;
-        if (!hasA && !hasB)
-            return;
-        if (hasA && hasB && !(a.peek() < b.peek()) && !(b.peek() < a.peek())) {
+    std::tuple<int, int> lastA{-2, -1}, lastB{-2, -1};
+    while (a.has() || b.has()) {
+        if (a.has() && b.has() && a.peek().order() == b.peek().order()) {
             if (a.peek().value != b.peek().value)
                 report.field(ga, gb, a.peek(), b.peek());
             a.advance();
             b.advance();
-        } else if (hasA && (!hasB || a.peek() < b.peek())) {
-            const Entry &e = a.peek();
-            if (e.position != lastA || e.record != lastRecordA)
-                report.record("record_only_in_a", ga, gb, e);
-            lastA = e.position;
-            lastRecordA = e.record;
-            a.advance();
-        } else {
-            const Entry &e = b.peek();
-            if (e.position != lastB || e.record != lastRecordB)
-                report.record("record_only_in_b", ga, gb, e);
-            lastB = e.position;
-            lastRecordB = e.record;
-            b.advance();
+            continue;
         }
+        const bool fromA = a.has() && (!b.has() || a.peek().order() < b.peek().order());
+        Flat::Reader &side = fromA ? a : b;
+        std::tuple<int, int> &last = fromA ? lastA : lastB;
+        const std::tuple<int, int> at{side.peek().position, side.peek().record};
+        if (at != last)
+            report.record(fromA ? 'a' : 'b', ga, gb, side.peek());
+        last = at;
+        side.advance();
     }
 }
 
-struct Indexed {
-    std::string group, form, key;
-    long long offset;
-};
+}  // namespace
 
-std::vector<Indexed> indexGroups(std::FILE *file, const std::string &block, const std::string &field)
+int run_diff(const DiffOptions &options, const Invocation &common)
 {
-    std::vector<Indexed> groups;
-    std::rewind(file);
-    FlatReader reader(file);
-    while (reader.has()) {
-        const Entry &e = reader.peek();
-        if (groups.empty() || groups.back().group != e.group)
-            groups.push_back({e.group, e.form, "", reader.offset()});
-        if (e.block == block && e.record == 0 && e.field == field)
-            groups.back().key = std::string(trimRight(e.value));
-        reader.advance();
-    }
-    return groups;
-}
-
-std::FILE *flatten(const std::string &path)
-{
-    std::FILE *file = std::tmpfile();
-    if (file == nullptr)
-        throw Failure(kExitUsage, "cannot create a temporary file");
-    Flatten visitor(file);
-    walkFile(path, visitor);
-    if (std::fflush(file) != 0)
-        throw Failure(kExitUsage, "cannot write a temporary file");
-    std::rewind(file);
-    return file;
-}
-
-} // namespace
-
-int runDiff(const DiffOptions &options)
-{
-    if (options.format != "text" && options.format != "jsonl")
-        throw Failure(kExitUsage, "--format must be text or jsonl");
-    std::string keyBlock, keyField;
-    if (!options.key.empty()) {
-        size_t dot = options.key.find('.');
-        if (dot == std::string::npos || dot == 0 || dot + 1 == options.key.size())
-            throw Failure(kExitUsage, "--key must be BLOCK.FIELD");
-        keyBlock = options.key.substr(0, dot);
-        keyField = options.key.substr(dot + 1);
-    }
-    requireRegularFile(options.a);
-    requireRegularFile(options.b);
-    std::unique_ptr<std::FILE, int (*)(std::FILE *)> fa(flatten(options.a), std::fclose);
-    std::unique_ptr<std::FILE, int (*)(std::FILE *)> fb(flatten(options.b), std::fclose);
-    Reporter report(options);
-    FlatReader a(fa.get()), b(fb.get());
-    if (keyBlock.empty()) {
-        // File order: the n-th document of A against the n-th of B. Both lists begin with the
-        // group H and end with the group F, so the two walks meet again at F.
-        while (a.has() && b.has()) {
-            std::string ga = a.peek().group, gb = b.peek().group;
-            bool docA = ga != "H" && ga != "F", docB = gb != "H" && gb != "F";
-            if (docA == docB) {
-                compareGroups(a, b, report);
-                continue;
-            }
-            FlatReader &side = docA ? a : b;
-            std::string g = side.peek().group;
-            report.onlyIn(docA ? "a" : "b", g, side.peek().form);
-            while (side.has() && side.peek().group == g)
-                side.advance();
+    const Flat a(options.a, options, common.noProgress);
+    const Flat b(options.b, options, common.noProgress);
+    Reporter report(options, common.showValues);
+    const Group fileHeader{};
+    const Group fileFooter{0, "", "", 0, 0, true};
+    compare(Flat::Reader(a.header()), Flat::Reader(b.header()), fileHeader, fileHeader, report);
+    const auto &ga = a.groups();
+    const auto &gb = b.groups();
+    if (options.keyBlock.empty()) {
+        // File order: the n-th document of A against the n-th of B.
+        for (std::size_t i = 0; i < std::max(ga.size(), gb.size()); i++) {
+            if (i < ga.size() && i < gb.size())
+                compare(Flat::Reader(a, ga[i]), Flat::Reader(b, gb[i]), ga[i], gb[i], report);
+            else if (i < ga.size())
+                report.only_in('a', ga[i]);
+            else
+                report.only_in('b', gb[i]);
         }
     } else {
-        auto ia = indexGroups(fa.get(), keyBlock, keyField);
-        auto ib = indexGroups(fb.get(), keyBlock, keyField);
-        std::unordered_multimap<std::string, size_t> byKey;
-        for (size_t i = 0; i < ib.size(); i++)
-            if (ib[i].group != "H" && ib[i].group != "F")
-                byKey.emplace(ib[i].form + '\t' + ib[i].key, i);
-        std::vector<bool> used(ib.size(), false);
-        auto compareAt = [&](const Indexed &x, const Indexed &y) {
-            a.seek(x.offset);
-            b.seek(y.offset);
-            compareGroups(a, b, report);
-        };
-        for (const auto &x : ia) {
-            if (x.group == "H" || x.group == "F") {
-                for (size_t i = 0; i < ib.size(); i++)
-                    if (ib[i].group == x.group && !used[i]) {
-                        used[i] = true;
-                        compareAt(x, ib[i]);
-                    }
-                continue;
+        // By key: each document of A against the first unmatched one of B of its form and key.
+        std::unordered_multimap<std::string, std::size_t> byKey;
+        for (std::size_t i = 0; i < gb.size(); i++)
+            byKey.emplace(gb[i].form + '\t' + gb[i].key, i);
+        std::vector<bool> used(gb.size(), false);
+        for (const Group &x : ga) {
+            const auto [first, last] = byKey.equal_range(x.form + '\t' + x.key);
+            std::size_t match = gb.size();
+            for (auto it = first; it != last; ++it) {
+                if (!used[it->second])
+                    match = std::min(match, it->second);
             }
-            auto range = byKey.equal_range(x.form + '\t' + x.key);
-            size_t match = ib.size();
-            for (auto it = range.first; it != range.second; ++it)
-                if (!used[it->second] && it->second < match)
-                    match = it->second;
-            if (match == ib.size()) {
-                report.onlyIn("a", x.group, x.form);
+            if (match == gb.size()) {
+                report.only_in('a', x);
                 continue;
             }
             used[match] = true;
-            compareAt(x, ib[match]);
+            compare(Flat::Reader(a, x), Flat::Reader(b, gb[match]), x, gb[match], report);
         }
-        for (size_t i = 0; i < ib.size(); i++)
-            if (!used[i] && ib[i].group != "H" && ib[i].group != "F")
-                report.onlyIn("b", ib[i].group, ib[i].form);
+        for (std::size_t i = 0; i < gb.size(); i++) {
+            if (!used[i])
+                report.only_in('b', gb[i]);
+        }
     }
-    std::fflush(stdout);
-    if (report.differences == 0 && options.format == "text")
-        fmt::print("equal\n");
+    compare(Flat::Reader(a.footer()), Flat::Reader(b.footer()), fileFooter, fileFooter, report);
+    if (report.differences == 0 && options.format == Report::text && !write_out("equal\n"))
+        output_failed();
     return report.differences == 0 ? kExitOk : kExitInvalid;
 }
 
-} // namespace navo_cli
+}  // namespace navo_cli
