@@ -131,6 +131,8 @@ public:
     std::int32_t end(const navo_file &file) override;
     std::int32_t fault(const navo_fault &fault) override { return host_.fault(fault); }
     std::int32_t found(const navo_place &place) override { return host_.found(place); }
+    std::int32_t progress(std::int32_t line, std::int32_t lines) override { return host_.progress(line, lines); }
+    [[nodiscard]] bool follows_progress() const override { return host_.follows_progress(); }
 
     // Hands on what is left; the first failure of the conversion's own, or NAVO_OK.
     std::int32_t finish();

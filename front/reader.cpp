@@ -85,7 +85,8 @@ const char *unreadable(const char *path, std::uintmax_t &size)
 class Loader {
 public:
     Loader(LoadListener &listener, Encoding encoding, bool keepGoing, KeepRequest *keep) noexcept
-        : listener_(listener), encoding_(encoding), keepGoing_(keepGoing), keep_(keep != nullptr ? keep->number : 0)
+        : listener_(listener), encoding_(encoding), keepGoing_(keepGoing), keep_(keep != nullptr ? keep->number : 0),
+          progress_(listener.follows_progress())
     {
         file_.encoding = encoding;
     }
@@ -155,6 +156,7 @@ private:
     void check_in(const navo_form_def &form, const RecordSeen &seen);
     std::int32_t document(std::int32_t form, std::int32_t docIndex, std::int32_t number);
     void fault(const FaultPlace &place);
+    void advance();
     navo_fault fault_of(const FaultPlace &place);
     void report(const navo_fault &fault);
     void utf8(std::string &out, std::string_view raw) const
@@ -167,6 +169,8 @@ private:
     Encoding encoding_;
     bool keepGoing_;
     std::int32_t keep_;
+    bool progress_;
+    std::int64_t hundredth_ = 0;  // of the file's lines, at the last progress call
     Context ctx_;
     navo_file file_;
     navo_document doc_;
@@ -200,11 +204,34 @@ void Loader::header(dk_Context &ctx)
     file_.version = file_.schema->version;
     if (listener_.file(file_) != 0)
         stop(NAVO_CANCELLED);
+    advance();
+}
+
+// Tells the listener the reader's line when it stands in a higher hundredth of the file's lines
+// than at the last call.
+void Loader::advance()
+{
+    if (!progress_ || stopped_)
+        return;
+    std::int32_t line = 0;
+    std::int32_t lines = 0;
+    navo::status::read_lines(line, lines);
+    if (lines <= 0)
+        return;
+    const std::int64_t hundredth = std::int64_t{line} * 100 / lines;
+    if (hundredth <= hundredth_)
+        return;
+    hundredth_ = hundredth;
+    if (listener_.progress(line, lines) != 0)
+        stop(NAVO_CANCELLED);
 }
 
 void Loader::record(const RecordSeen &seen)
 {
     if (stopped_ || file_.schema == nullptr)
+        return;
+    advance();
+    if (!checks_ && !finding_)
         return;
     // Every record of a section names its form by the same text.
     if (seen.form != lastRawForm_) {
@@ -279,6 +306,9 @@ std::int32_t Loader::document(std::int32_t form, std::int32_t docIndex, std::int
         }
     }
     pending_.clear();
+    advance();
+    if (stopped_)
+        return 1;
     if (keep_ > 0 && number == keep_) {
         kept_ = true;
         keptForm_ = def;
@@ -406,7 +436,7 @@ std::int32_t Loader::run(const char *path, navo_load_result &result, KeepRequest
     hooks.user = this;
     hooks.keepGoing = keepGoing_;
     hooks.header = &Loader::on_header;
-    hooks.record = finding_ || checks_ ? &Loader::on_record : nullptr;
+    hooks.record = finding_ || checks_ || progress_ ? &Loader::on_record : nullptr;
     hooks.document = &Loader::on_document;
     hooks.fault = &Loader::on_fault;
     const std::int32_t loaded = navo::interchange::load_file(*ctx_.get(), path, hooks);
@@ -489,6 +519,16 @@ std::int32_t HostCallbacks::found(const navo_place &place)
 std::int32_t HostCallbacks::end(const navo_file &file)
 {
     return callbacks_ != nullptr && callbacks_->end != nullptr ? callbacks_->end(callbacks_->user, &file) : 0;
+}
+
+std::int32_t HostCallbacks::progress(std::int32_t line, std::int32_t lines)
+{
+    return follows_progress() ? callbacks_->progress(callbacks_->user, line, lines) : 0;
+}
+
+bool HostCallbacks::follows_progress() const
+{
+    return callbacks_ != nullptr && callbacks_->progress != nullptr;
 }
 
 std::int32_t run_load(const char *path, const navo_load_options *options, LoadListener &listener,

@@ -19,6 +19,10 @@ public:
     virtual std::int32_t finding(const navo_finding &) { return 0; }
     virtual std::int32_t found(const navo_place &) { return 0; }
     virtual std::int32_t end(const navo_file &) { return 0; }
+    // The reader's line and the file's line count, each time another hundredth of the lines is
+    // passed; asked for only when follows_progress() says so (it costs a look at every record).
+    virtual std::int32_t progress(std::int32_t /*line*/, std::int32_t /*lines*/) { return 0; }
+    [[nodiscard]] virtual bool follows_progress() const { return false; }
 
 protected:
     LoadListener() = default;
@@ -37,6 +41,8 @@ public:
     std::int32_t finding(const navo_finding &finding) override;
     std::int32_t found(const navo_place &place) override;
     std::int32_t end(const navo_file &file) override;
+    std::int32_t progress(std::int32_t line, std::int32_t lines) override;
+    [[nodiscard]] bool follows_progress() const override;
 
 private:
     const navo_load_callbacks *callbacks_;

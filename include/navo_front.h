@@ -326,6 +326,13 @@ typedef struct navo_load_callbacks {
     int32_t(NAVO_FRONT_CALL *found)(void *user, const navo_place *place);
     /* Once, after the file's footer: the file's notes are all there. */
     int32_t(NAVO_FRONT_CALL *end)(void *user, const navo_file *file);
+    /* For a progress bar: the line the reader stands on (from 1) and the file's line count, as
+       navo_progress gives them, each time the reader has passed another hundredth of the file's
+       lines (line * 100 / lines is higher than at the call before). The reader looks at its line
+       after the file header, after each block record and after each document, so a hundredth it
+       crosses within one element is told once, with the line it reached. Appended last: a host
+       that builds this struct zero-initialised gets no calls. */
+    int32_t(NAVO_FRONT_CALL *progress)(void *user, int32_t line, int32_t lines);
 } navo_load_callbacks;
 
 enum navo_outcome { NAVO_FAILED = 0, NAVO_DONE = 1, NAVO_STOPPED = 2 };
@@ -375,7 +382,8 @@ enum navo_format {
 typedef int32_t(NAVO_FRONT_CALL *navo_write_fn)(void *user, const char *table, const char *bytes, size_t size);
 
 /* Converts the file at `path` to `format`, document by document, through `write`. `flags`:
-   NAVO_KEEP_PADDING. The callbacks (NULL, or fault, finding and found) see the load as navo_load. */
+   NAVO_KEEP_PADDING. The callbacks (NULL, or fault, finding, found and progress) see the load as
+   navo_load. */
 NAVO_FRONT_API int32_t NAVO_FRONT_CALL navo_convert(const char *path, const navo_load_options *options,
                                                    int32_t format, int32_t flags, navo_write_fn write,
                                                    void *write_user, const navo_load_callbacks *callbacks,

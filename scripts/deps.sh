@@ -44,6 +44,19 @@ if [ "${NAVO_NEED_BENCH:-0}" = 1 ]; then
   [ -f /usr/include/expat.h ] || need+=(libexpat1-dev)
   command -v strace >/dev/null 2>&1 || need+=(strace)
 fi
+if [ "${NAVO_NEED_WEB:-0}" = 1 ]; then
+  # The browser page (scripts/build-web.sh): emscripten, whose optimiser runs on node with the
+  # acorn parser of Debian's node-acorn.
+  command -v em++ >/dev/null 2>&1 || need+=(emscripten)
+  [ -d /usr/share/nodejs/acorn ] || need+=(node-acorn)
+fi
+if [ "${NAVO_NEED_BROWSER:-0}" = 1 ]; then
+  # The page driven in headless Chromium (scripts/test-web.sh, bench/run_web_bench.sh): Debian's
+  # selenium, which Debian's own python3 finds.
+  command -v chromium >/dev/null 2>&1 || need+=(chromium)
+  command -v chromedriver >/dev/null 2>&1 || need+=(chromium-driver)
+  /usr/bin/python3 -c "import selenium" >/dev/null 2>&1 || need+=(python3-selenium)
+fi
 
 if [ ${#need[@]} -gt 0 ]; then
   if [ "$(id -u)" = 0 ]; then

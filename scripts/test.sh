@@ -2,13 +2,17 @@
 # test.sh - the whole test job. Installs what is missing (apt-get, as root), then in stages:
 #   1. clang -Werror build of the library and the fuzz targets; replay of the fuzz corpora
 #   2. gcc -Werror build; the suite under AddressSanitizer + UndefinedBehaviorSanitizer
-#   3. install; hosts built against it with pkg-config (C and C++; navo.hpp with navofront.pc)
+#   3. gcc -Werror build with ThreadSanitizer; navo.hpp's threaded tests and the navo tool's
+#      progress bar polling a running load
+#   4. install; hosts built against it with pkg-config (C and C++; navo.hpp with navofront.pc)
 #      and find_package (C with the shared and the static library, C++ with navo.hpp)
-#   4. the ABI of libnavo.so (abidw) against the committed cmake/libnavo.abi (abidiff)
-#   5. gcc -Werror build; the suite under valgrind memcheck (leaks are failures)
-#   6. Windows: MinGW-w64 cross build of the DLL, the static library and the examples, export check
-#   7. Windows: the suite cross-built with MinGW-w64 and run under Wine
-#   8. the Python package: installed offline into a venv, mypy --strict, pytest
+#   5. the ABI of libnavo.so (abidw) against the committed cmake/libnavo.abi (abidiff)
+#   6. gcc -Werror build; the suite under valgrind memcheck (leaks are failures)
+#   7. Windows: MinGW-w64 cross build of the DLL, the static library and the examples, export check
+#   8. Windows: the suite cross-built with MinGW-w64 and run under Wine
+#   9. the Python package: installed offline into a venv, mypy --strict, pytest
+#  10. the browser page (WebAssembly) built and driven in headless Chromium; its exports against
+#      the navo tool's
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -41,7 +45,17 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:ha
   with_heartbeat ctest --test-dir build/asan --output-on-failure -j "$jobs"
 python3 scripts/gtest-summary.py build/asan/gtest-results "on Linux (ASan+UBSan)"
 
-stage "3. install, then hosts against the installed library"
+stage "3. gcc -Werror with ThreadSanitizer: test_cpp_api and the progress bar's test of test_cli"
+# Only the two programs whose threads meet in the core (writers, loads and navo::progress at once;
+# the tool's progress bar polling a load), in a build of their own.
+cmake -S . -B build/tsan -DCMAKE_CXX_COMPILER=g++ -DNAVO_WERROR=ON -DNAVO_SANITIZE=OFF -DNAVO_TOOLS=ON \
+  -DNAVO_EXAMPLES=OFF -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=-fsanitize=thread \
+  -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread >/dev/null
+cmake --build build/tsan -j "$jobs" --target test_cpp_api test_cli
+TSAN_OPTIONS=halt_on_error=1 build/tsan/tests/test_cpp_api
+TSAN_OPTIONS=halt_on_error=1 build/tsan/tests/tool/test_cli --gtest_filter='Progress.*'
+
+stage "4. install, then hosts against the installed library"
 prefix="$root/build/prefix"
 rm -rf "$prefix" build/install-check
 # A build directory of its own: this build leaves the examples out, and build/release stays what
@@ -67,23 +81,26 @@ for host in host_shared host_static host_cpp; do
   "build/install-check/$host"
 done
 
-stage "4. the ABI of libnavo.so against cmake/libnavo.abi (abidw, abidiff)"
+stage "5. the ABI of libnavo.so against cmake/libnavo.abi (abidw, abidiff)"
 bash scripts/check-abi.sh
 
-stage "5. gcc -Werror, the suite under valgrind memcheck (leaks are failures)"
+stage "6. gcc -Werror, the suite under valgrind memcheck (leaks are failures)"
 # The tool's own tests run its program, which valgrind would not see; they ran under ASan above.
 cmake -S . -B build/valgrind -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
   -DNAVO_WERROR=ON -DNAVO_VALGRIND=ON -DNAVO_TOOLS=OFF -DNAVO_EXAMPLES=OFF -DCMAKE_BUILD_TYPE=Debug >/dev/null
 cmake --build build/valgrind -j "$jobs"
 with_heartbeat ctest --test-dir build/valgrind --output-on-failure -j "$jobs"
 
-stage "6. Windows: MinGW-w64 cross build and export check"
+stage "7. Windows: MinGW-w64 cross build and export check"
 bash scripts/build-windows.sh
 
-stage "7. Windows: the suite cross-built with MinGW-w64, run under Wine"
+stage "8. Windows: the suite cross-built with MinGW-w64, run under Wine"
 bash scripts/test-windows.sh
 
-stage "8. the Python package (bindings/python): offline install, mypy, pytest"
+stage "9. the Python package (bindings/python): offline install, mypy, pytest"
 bash scripts/test-python.sh
+
+stage "10. the browser page: built with emscripten, driven in headless Chromium"
+bash scripts/test-web.sh
 
 stage "all test runs passed ($root)"

@@ -2,6 +2,7 @@
 // sections, the views of file and document, kept documents, finding values and the export formats.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <functional>
@@ -372,6 +373,57 @@ TEST_F(FrontRead, StopsNestedLoadsAndProgress)
     navo_progress(&line, &count);
     EXPECT_EQ(0, line);
     EXPECT_EQ(0, count);
+}
+
+// The progress callback of navo_load and navo_convert: one call per hundredth of the file's lines
+// passed, in rising hundredths, each with the file's line count; a stop from it ends the load.
+TEST_F(FrontRead, ProgressRisesByHundredths)
+{
+    std::vector<std::string> lines = exampleLines();
+    const auto at = std::find(lines.begin(), lines.end(), "<IORB>") - lines.begin();
+    const std::vector<std::string> record(lines.begin() + at, lines.begin() + at + 4);
+    for (int i = 0; i < 400; i++)
+        lines.insert(lines.begin() + at, record.begin(), record.end());
+    const std::string path = write(lines);
+
+    struct Calls {
+        std::vector<std::pair<int32_t, int32_t>> seen;  // line, lines
+        size_t stopAt = 0;                               // the call that stops the load; 0: none
+    };
+    for (const bool convert : {false, true}) {
+        SCOPED_TRACE(convert ? "navo_convert" : "navo_load");
+        const auto run = [&](Calls &calls, navo_load_result &result) {
+            navo_load_callbacks callbacks{};
+            callbacks.user = &calls;
+            callbacks.progress = [](void *user, int32_t line, int32_t count) -> int32_t {
+                auto &c = *static_cast<Calls *>(user);
+                c.seen.emplace_back(line, count);
+                return c.seen.size() == c.stopAt ? 1 : 0;
+            };
+            const navo_write_fn discard = [](void *, const char *, const char *, size_t) -> int32_t { return 0; };
+            return convert ? navo_convert(path.c_str(), nullptr, NAVO_JSONL, 0, discard, nullptr, &callbacks, &result)
+                           : navo_load(path.c_str(), nullptr, &callbacks, &result);
+        };
+        Calls calls;
+        navo_load_result result{};
+        ASSERT_EQ(NAVO_OK, run(calls, result));
+        // The records, 4 lines each, fill the file from its 2nd hundredth to its 97th: each is told.
+        EXPECT_GE(calls.seen.size(), 95u);
+        int64_t last = 0;
+        for (const auto &[line, count] : calls.seen) {
+            EXPECT_EQ(result.lines, count);
+            const int64_t hundredth = int64_t{line} * 100 / count;
+            EXPECT_GT(hundredth, last) << "line " << line;
+            last = hundredth;
+        }
+        EXPECT_LE(last, 100);
+
+        Calls stopping;
+        stopping.stopAt = 50;
+        EXPECT_EQ(NAVO_CANCELLED, run(stopping, result));
+        EXPECT_EQ(NAVO_STOPPED, result.outcome);
+        EXPECT_EQ(50u, stopping.seen.size());
+    }
 }
 
 // Loads on several threads at once run one after the other, each whole.

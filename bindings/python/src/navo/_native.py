@@ -54,7 +54,7 @@ VIEW_CALLBACK = CFUNCTYPE(c_int32, c_void_p, c_void_p)
 
 class LoadCallbacks(ctypes.Structure):
     _fields_ = [("user", c_void_p), ("file", VIEW_CALLBACK), ("document", VIEW_CALLBACK), ("fault", c_void_p),
-                ("finding", c_void_p), ("found", c_void_p), ("end", VIEW_CALLBACK)]
+                ("finding", c_void_p), ("found", c_void_p), ("end", VIEW_CALLBACK), ("progress", c_void_p)]
 
 
 class LoadResult(ctypes.Structure):
