@@ -130,6 +130,7 @@ public:
     std::int32_t document(const navo_document &doc) override;
     std::int32_t end(const navo_file &file) override;
     std::int32_t fault(const navo_fault &fault) override { return host_.fault(fault); }
+    std::int32_t finding(const navo_finding &finding) override { return host_.finding(finding); }
     std::int32_t found(const navo_place &place) override { return host_.found(place); }
     std::int32_t progress(std::int32_t line, std::int32_t lines) override { return host_.progress(line, lines); }
     [[nodiscard]] bool follows_progress() const override { return host_.follows_progress(); }
